@@ -1,0 +1,110 @@
+// The fixed-point vocabulary of the library: every saturating, rounding and normalising operation, once.
+//
+// Signed integers are two's complement and >> is arithmetic (both guaranteed since C++20). Nothing here has
+// undefined behaviour for any argument inside the range that its comment states; where none is stated, every
+// argument is allowed. Names with _sat limit their result; the others are exact.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+namespace cvsd_qor {
+
+// --- Widths ---------------------------------------------------------------------------------------------
+
+constexpr std::int16_t saturate16(std::int32_t v) {
+    return static_cast<std::int16_t>(std::clamp(v, INT32_C(-32768), INT32_C(32767)));
+}
+
+constexpr std::int32_t saturate32(std::int64_t v) {
+    return static_cast<std::int32_t>(std::clamp(v, std::int64_t{INT32_MIN}, std::int64_t{INT32_MAX}));
+}
+
+// The low 16 bits as a signed value: for quantities that are defined to be held in 16 bits.
+constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>(v); }
+
+constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
+
+// --- Sums -----------------------------------------------------------------------------------------------
+
+constexpr std::int32_t add_sat(std::int32_t a, std::int32_t b) { return saturate32(std::int64_t{a} + b); }
+constexpr std::int32_t sub_sat(std::int32_t a, std::int32_t b) { return saturate32(std::int64_t{a} - b); }
+
+// |v|, the most negative value giving the most positive one.
+constexpr std::int16_t abs16(std::int16_t v) { return saturate16(v < 0 ? -v : v); }
+constexpr std::int32_t abs32(std::int32_t v) { return v < 0 ? sub_sat(0, v) : v; }
+
+// --- Products -------------------------------------------------------------------------------------------
+
+// Plain product; at most 2^30, so exact.
+constexpr std::int32_t mul(std::int16_t a, std::int16_t b) { return std::int32_t{a} * b; }
+
+// 2·a·b; only -32768·-32768 saturates.
+constexpr std::int32_t mul_doubling(std::int16_t a, std::int16_t b) {
+    return saturate32(2 * std::int64_t{mul(a, b)});
+}
+
+// Weight (Q15) times sample, rounded toward minus infinity.
+constexpr std::int32_t mul_q15(std::int16_t weight, std::int16_t sample) { return mul(weight, sample) >> 15; }
+
+// v times a Q15 value q >= 0 by way of two 16-bit halves, which loses bit 0 of v:
+// 2·(hi·q) + 2·((lo·q) >> 15) with v >> 1 = hi·2^15 + lo, and that is twice the floor of (v >> 1)·q / 2^15.
+// |result| <= |v| + 1 as q < 2^15, and never beyond 32 bits.
+constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
+    return static_cast<std::int32_t>(2 * ((std::int64_t{v >> 1} * q) >> 15));
+}
+
+// --- Normalisation and shifts ---------------------------------------------------------------------------
+
+// Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0, 31 for -1.
+constexpr int norm32(std::int32_t v) {
+    const auto magnitude_bits = static_cast<std::uint32_t>(v ^ (v >> 31)); // v or -v-1: bit 31 is clear
+    return v == 0 ? 0 : std::countl_zero(magnitude_bits << 1 | 1);
+}
+
+// Left shifts that bring v > 0 into 16384..32767.
+constexpr int norm16(std::int16_t v) { return norm32(v) - 16; }
+
+// v·2^k for 0 <= k <= norm32(v): cannot overflow.
+constexpr std::int32_t shift_left(std::int32_t v, int k) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << k);
+}
+
+// v >> k for any k >= 0: 0 or -1 from 31 on.
+constexpr std::int32_t shift_right(std::int32_t v, int k) { return v >> std::min(k, 31); }
+
+// v·2^k limited to 32 bits; for k < 0 an arithmetic right shift.
+constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
+    if (k <= 0) return shift_right(v, -k);
+    return saturate32(std::int64_t{v} * (std::int64_t{1} << std::min(k, 31)));
+}
+
+// v·2^k limited to 16 bits; for k < 0 an arithmetic right shift.
+constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) {
+    if (k <= 0) return static_cast<std::int16_t>(shift_right(v, -k));
+    return saturate16(std::int32_t{v} * (1 << std::min(k, 15)));
+}
+
+// The upper 16 bits, rounded to nearest (halves upward).
+constexpr std::int16_t round16(std::int32_t v) { return high_half(add_sat(v, 0x8000)); }
+
+// floor(32768·num / den) for 0 <= num < den.
+constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {
+    return static_cast<std::int16_t>((std::int32_t{num} << 15) / den);
+}
+
+// --- Held at compile time -------------------------------------------------------------------------------
+
+static_assert(norm32(0) == 0 && norm32(-1) == 31 && norm32(1) == 30 && norm32(INT32_MAX) == 0);
+static_assert(norm32(INT32_MIN) == 0 && norm32(-(1 << 30)) == 1 && norm32(-(1 << 30) - 1) == 0);
+static_assert(norm16(1) == 14 && norm16(16383) == 1 && norm16(32767) == 0);
+static_assert(mul_doubling(-32768, -32768) == INT32_MAX && mul_doubling(-32768, 32767) == -2147418112);
+static_assert(mul_q15(32767, -1000) == -1000 && mul_q15(32767, 1000) == 999);
+static_assert(mul_32_by_q15(INT32_MIN, 32767) == -2147418112 && mul_32_by_q15(7, 16384) == 2);
+static_assert(shift_right(-5, 40) == -1 && shift_left_sat32(3, 30) == INT32_MAX);
+static_assert(shift_left_sat16(-3, 14) == -32768 && shift_left_sat16(-3, -20) == -1);
+static_assert(round16(0x7FFFFFFF) == 32767 && round16(-0x8000) == 0 && round16(-0x8001) == -1);
+static_assert(abs16(INT16_MIN) == 32767 && abs32(INT32_MIN) == INT32_MAX);
+
+} // namespace cvsd_qor
