@@ -1,5 +1,5 @@
-// A normalised correlation c²/e as mantissas with one common exponent, and the exact comparison of two of them.
-// The coarse search and the refinement both rank lags by it.
+// A normalised correlation c²/e as mantissas with one common exponent, and the exact comparison of two of
+// them. The coarse search and the refinement both rank lags by it.
 #pragma once
 
 #include "arith/fixed_point.h"
@@ -22,8 +22,8 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
             2 * corr_shift - energy_shift};
 }
 
-// Whether a's c²/e is greater than b's: cross-multiplied, the product with the larger exponent aligned to the other
-// by a flooring shift. Equality does not beat.
+// Whether a's c²/e is greater than b's: cross-multiplied, the product with the larger exponent aligned to the
+// other by a flooring shift. Equality does not beat.
 constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const std::int32_t product_a = mul_doubling(a.c2, b.energy);
     const std::int32_t product_b = mul_doubling(a.energy, b.c2);

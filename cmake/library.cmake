@@ -2,7 +2,12 @@
 
 set(CVSD_QOR_SOURCES
   cvsd/decoder.cpp
-  cvsd/encoder.cpp)
+  cvsd/encoder.cpp
+  pitchtrack/coarse_pitch.cpp
+  pitchtrack/decimation.cpp
+  pitchtrack/refinement.cpp
+  pitchtrack/tracker.cpp
+  plc/primitives.cpp)
 
 # Usage requirements and private settings common to the shared and the static library.
 function(cvsd_qor_settings target)

@@ -1,0 +1,250 @@
+// Coarse pitch: normalised autocorrelation of the newest 30 decimated samples (2000 Hz) over the lags 4..41,
+// up to seven peaks interpolated to a sixteenth of a millisecond, and the choice among them.
+#include "arith/correlation.h"
+#include "arith/fixed_point.h"
+#include "cvsd_qor.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+using namespace cvsd_qor;
+
+constexpr std::int16_t x[4] = {4096, 8192, 12288, 16384};
+constexpr std::int16_t x2[4] = {512, 2048, 4608, 8192};
+constexpr std::int16_t invk[4] = {16384, 10923, 8192, 6554};
+constexpr std::int16_t MPTH[4] = {22938, 18022, 15728, 12124};
+
+namespace {
+
+// The arithmetic reads these copies, never the exported symbols, which a host program could define too.
+constexpr auto kOffset = std::to_array(x);
+constexpr auto kOffsetSquared = std::to_array(x2);
+constexpr auto kReciprocal = std::to_array(invk);
+constexpr auto kMultipleThreshold = std::to_array(MPTH);
+
+constexpr int kFirstLag = 4; // decimated samples
+constexpr int kLastLag = 41;
+constexpr int kNewest = 70; // index of the newest decimated sample
+constexpr int kWindow = 30; // decimated samples
+constexpr int kOldest = kNewest - kWindow + 1;
+constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
+constexpr std::size_t kMaxPeaks = 7;
+constexpr std::uint16_t kNoPitch = 40;
+
+// Up to this magnitude of the decimated samples no sum of a window can leave 32 bits, and plain sums in any
+// order equal the ordered saturating ones. The decimation hands over at most 4096.
+constexpr std::int32_t kExactPeak = 8460;
+static_assert(std::int64_t{kWindow} * kExactPeak * kExactPeak <= INT32_MAX);
+
+// Indexed by lag.
+struct Lags {
+    std::array<std::int32_t, kLastLag + 1> corr;
+    std::array<std::int32_t, kLastLag + 1> energy;
+    std::array<NormalisedCorrelation, kLastLag + 1> record;
+};
+
+struct Candidate {
+    std::int32_t lag; // samples at 16000 Hz
+    NormalisedCorrelation record;
+};
+
+struct Candidates {
+    std::array<Candidate, kMaxPeaks> at; // lags ascend
+    std::size_t count;
+};
+
+// What every real candidate beats.
+constexpr NormalisedCorrelation kWorst = {-32768, 1, 0};
+
+// --- Correlate ------------------------------------------------------------------------------------------
+
+void correlate_saturating(const std::int16_t *dec, Lags &lags) {
+    std::int32_t energy = 0;
+    for (int m = kOldest; m <= kNewest; ++m) {
+        energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
+    }
+    for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
+        if (lag > kFirstLag) {
+            const std::int16_t leaving = dec[kNewest + 1 - lag];
+            const std::int16_t entering = dec[kOldest - lag];
+            energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
+        }
+        std::int32_t corr = 0;
+        for (int m = kOldest; m <= kNewest; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
+        lags.corr[static_cast<std::size_t>(lag)] = corr;
+        lags.energy[static_cast<std::size_t>(lag)] = energy;
+    }
+}
+
+// --- Normalise ------------------------------------------------------------------------------------------
+
+void normalise_lags(Lags &lags) {
+    for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
+        lags.record[lag] = normalise(lags.corr[lag], lags.energy[lag]);
+        if (lags.corr[lag] < 0) lags.record[lag].c2 = wrap16(-lags.record[lag].c2);
+    }
+}
+
+// --- Find peaks -----------------------------------------------------------------------------------------
+
+struct Peaks {
+    std::array<std::size_t, kMaxPeaks> lag;
+    std::size_t count;
+};
+
+Peaks find_peaks(const Lags &lags) {
+    Peaks peaks{};
+    for (std::size_t lag = kFirstLag + 1; lag < kLastLag && peaks.count < kMaxPeaks; ++lag) {
+        if (lags.corr[lag] > 0 && beats(lags.record[lag], lags.record[lag - 1]) &&
+            beats(lags.record[lag], lags.record[lag + 1])) {
+            peaks.lag[peaks.count++] = lag;
+        }
+    }
+    return peaks;
+}
+
+void negate(Lags &lags) {
+    for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
+        lags.corr[lag] = sub_sat(0, lags.corr[lag]);
+        lags.record[lag].c2 = wrap16(-lags.record[lag].c2);
+    }
+}
+
+// --- Interpolate ----------------------------------------------------------------------------------------
+
+// The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour, on the parabola
+// through the correlations and the straight line through the energies.
+Candidate interpolate(const Lags &lags, std::size_t lag) {
+    const std::int32_t centre = lags.corr[lag];
+    const std::int32_t slope = sub_sat(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1;
+    const std::int32_t curvature = sub_sat(add_sat(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1, centre);
+    const bool right = beats(lags.record[lag + 1], lags.record[lag - 1]);
+    const std::int32_t side_energy = right ? lags.energy[lag + 1] : lags.energy[lag - 1];
+    const std::int32_t energy_step = sub_sat(side_energy, lags.energy[lag]) >> 3;
+
+    std::int32_t energy = lags.energy[lag];
+    std::int32_t offset = 0;
+    NormalisedCorrelation best = lags.record[lag];
+    for (std::size_t i = 0; i < kOffset.size(); ++i) {
+        energy = add_sat(energy, energy_step);
+        const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared[i]);
+        const std::int32_t rise = mul_32_by_q15(slope, kOffset[i]);
+        const std::int32_t corr = add_sat(right ? add_sat(bend, rise) : sub_sat(bend, rise), centre);
+        const NormalisedCorrelation point = normalise(corr, energy);
+        if (beats(point, best)) {
+            best = point;
+            offset = static_cast<std::int32_t>(i) + 1;
+        }
+    }
+    return {static_cast<std::int32_t>(lag) * kFactor + (right ? offset : -offset), best};
+}
+
+// --- Choose ---------------------------------------------------------------------------------------------
+
+// Whether a beats b with a's energy weighed down, that is whether a reaches a fraction of b.
+bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int16_t energy) {
+    a.energy = energy;
+    return beats(a, b);
+}
+
+std::size_t strongest(const Candidates &c) {
+    std::size_t best = 0;
+    NormalisedCorrelation reference = kWorst;
+    for (std::size_t j = 0; j < c.count; ++j) {
+        if (beats(c.at[j].record, reference)) {
+            reference = c.at[j].record;
+            best = j;
+        }
+    }
+    return best;
+}
+
+// The strongest candidate within a quarter of the previous pitch; c.count where there is none.
+std::size_t strongest_near(const Candidates &c, std::int16_t prev) {
+    std::size_t best = c.count;
+    NormalisedCorrelation reference = kWorst;
+    for (std::size_t j = 0; j < c.count; ++j) {
+        const std::int16_t distance = abs16(wrap16(c.at[j].lag - prev));
+        if (wrap16(distance - (prev >> 2)) <= 0 && beats(c.at[j].record, reference)) {
+            reference = c.at[j].record;
+            best = j;
+        }
+    }
+    return best;
+}
+
+// Whether every multiple of candidate j's lag, up to the longest candidate, is itself a candidate of some
+// strength.
+bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorrelation &best) {
+    const std::int32_t period = c.at[j].lag;
+    const std::int32_t longest = c.at[c.count - 1].lag;
+    std::size_t i = j + 1;
+    std::size_t k = 0;
+    for (std::int32_t multiple = 2 * period; multiple <= longest; multiple += period, ++k) {
+        const std::int32_t tolerance = (multiple * 1966 + 16384) >> 15; // 0.06
+        const std::int16_t threshold =
+            k < kMultipleThreshold.size() ? kMultipleThreshold[k] : std::int16_t{9830};
+        for (;; ++i) {
+            if (i == c.count || c.at[i].lag > multiple + tolerance) return false;
+            if (c.at[i].lag <= multiple - tolerance) continue;
+            const NormalisedCorrelation &r = c.at[i].record;
+            if (beats_weighted(r, best, high_half(mul_doubling(r.energy, threshold)))) break;
+        }
+    }
+    return true;
+}
+
+// Whether lag is about a half, a third, a quarter or a fifth of whole.
+bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
+    return std::any_of(kReciprocal.begin(), kReciprocal.end(), [&](std::int16_t reciprocal) {
+        const std::int32_t part = (reciprocal * whole) >> 15;
+        const std::int32_t tolerance = (part * 3113 + 16384) >> 15; // 0.095
+        return part - tolerance < lag && lag < part + tolerance;
+    });
+}
+
+std::int32_t choose(const Candidates &c, std::int16_t prev) {
+    const std::size_t best = strongest(c);
+    const std::size_t near = strongest_near(c, prev);
+    const NormalisedCorrelation &best_record = c.at[best].record;
+
+    for (std::size_t j = 0; j < c.count && 2 * c.at[j].lag < c.at[c.count - 1].lag; ++j) {
+        const NormalisedCorrelation &r = c.at[j].record;
+        const std::int16_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
+        if (beats_weighted(r, best_record, wrap16(mul_q15(weight, r.energy))) &&
+            multiples_confirm(c, j, best_record)) {
+            return c.at[j].lag;
+        }
+    }
+
+    if (near == c.count || near == best) return c.at[best].lag;
+    const NormalisedCorrelation &r = c.at[near].record;
+    const bool longer = near > best;
+    const std::int32_t weight = longer ? 51118 : 28180; // 0.78 and 0.43, Q16
+    const bool keeps_up = beats_weighted(r, best_record, wrap16((r.energy * weight) >> 16));
+    const bool fits = longer || is_sub_multiple(c.at[near].lag, c.at[best].lag);
+    return keeps_up && fits ? c.at[near].lag : c.at[best].lag;
+}
+
+} // namespace
+
+std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::int16_t *dec,
+                              std::int16_t prev) {
+    Lags lags;
+    correlate_saturating(dec, lags);
+    normalise_lags(lags);
+
+    Peaks peaks = find_peaks(lags);
+    if (peaks.count == 0) {
+        negate(lags);
+        peaks = find_peaks(lags);
+    }
+    if (peaks.count == 0) return kNoPitch;
+    if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * peaks.lag[0]);
+
+    Candidates candidates{};
+    for (; candidates.count < peaks.count; ++candidates.count)
+        candidates.at[candidates.count] = interpolate(lags, peaks.lag[candidates.count]);
+    return static_cast<std::uint16_t>(choose(candidates, prev));
+}

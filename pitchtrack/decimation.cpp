@@ -1,0 +1,98 @@
+// Low-pass filter, decimation by 8 and the block-scaled history of decimated samples.
+//
+// A decimated sample with block exponent e stands for accumulator · 2^(e - 16). The history is kept with 3
+// bits of headroom; the output of a call is brought to one exponent, the smaller of the history's and the new
+// samples'.
+#include "arith/fixed_point.h"
+#include "cvsd_qor.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+using namespace cvsd_qor;
+
+constexpr std::int16_t bdf[60] = {1209,  728,   1120, 1460, 1845, 2202, 2533, 2809, 3030, 3169, 3207,  3124,
+                                  2927,  2631,  2257, 1814, 1317, 789,  267,  -211, -618, -941, -1168, -1289,
+                                  -1298, -1199, -995, -701, -348, -20,  165,  365,  607,  782,  885,   916,
+                                  881,   790,   654,  490,  313,  143,  -6,   -126, -211, -259, -273,  -254,
+                                  -210,  -152,  -89,  -30,  21,   58,   81,   89,   84,   66,   41,    17};
+
+namespace {
+
+constexpr int kFactor = 8;
+constexpr int kMemory = 60; // samples of the previous frame that the filter reaches back to
+constexpr int kFrame = 120; // samples
+constexpr int kNew = kFrame / kFactor;
+constexpr int kHistory = 56; // decimated samples carried over
+constexpr int kOutput = kHistory + kNew;
+constexpr int kHeadroom = 3; // bits kept free in decim_hist
+
+// The filter in the order of its input, oldest first, with zero taps in front that round its length up to 64.
+constexpr int kTaps = 64;
+constexpr auto taps = [] {
+    std::array<std::int16_t, kTaps> t{};
+    for (int k = 0; k < 60; ++k) t[static_cast<std::size_t>(kTaps - 1 - k)] = bdf[k];
+    return t;
+}();
+
+// No partial sum of products can leave 32 bits.
+static_assert([] {
+    std::int64_t sum = 0;
+    for (const int c : bdf) sum += c < 0 ? -c : c;
+    return sum * 32768 <= INT32_MAX;
+}());
+
+using Accumulators = std::array<std::int32_t, kNew>;
+
+// One accumulator for the last sample of each group of 8.
+Accumulators filter(const std::int16_t *in) {
+    Accumulators acc;
+    for (int m = 0; m < kNew; ++m) {
+        const std::int16_t *oldest = in + kMemory + kFactor * m + (kFactor - 1) - (kTaps - 1);
+        std::int32_t sum = 0;
+        for (int k = 0; k < kTaps; ++k) sum += taps[static_cast<std::size_t>(k)] * oldest[k];
+        acc[static_cast<std::size_t>(m)] = sum;
+    }
+    return acc;
+}
+
+int exponent_of(const Accumulators &acc) {
+    std::int32_t peak = 2;
+    for (const std::int32_t a : acc) peak = std::max(peak, abs32(a));
+    return norm32(peak) - kHeadroom;
+}
+
+} // namespace
+
+void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
+    std::copy_n(state->decim_mem, kMemory, in);
+    const Accumulators acc = filter(in);
+    std::copy_n(in + kFrame, kMemory, state->decim_mem);
+
+    const int new_exp = exponent_of(acc);
+    const int excess = wrap16(state->decim_exp - new_exp); // of the history's exponent over the new samples'
+    const int history_shift = std::max(excess, 0);
+    const int common_exp = excess < 0 ? state->decim_exp : new_exp;
+
+    std::array<std::int16_t, kOutput> common;
+    for (std::size_t j = 0; j < kHistory; ++j)
+        common[j] = shift_left_sat16(state->decim_hist[j], -history_shift);
+    for (std::size_t m = 0; m < kNew; ++m)
+        common[kHistory + m] = round16(shift_left_sat32(acc[m], common_exp));
+    std::copy_n(common.data(), kOutput, out);
+
+    std::int16_t peak = 1;
+    for (std::size_t j = kNew; j < kOutput; ++j) peak = std::max(peak, abs16(common[j]));
+    const int headroom = norm16(peak) - kHeadroom;
+
+    // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
+    // that the common exponent dropped; its last 16 samples come from the output.
+    constexpr std::size_t kStored = kHistory - kNew - 1;
+    for (std::size_t j = 0; j < kStored; ++j)
+        state->decim_hist[j] = shift_left_sat16(state->decim_hist[j + kNew], headroom - history_shift);
+    for (std::size_t j = kStored; j < kHistory; ++j)
+        state->decim_hist[j] = shift_left_sat16(common[j + kNew], headroom);
+    state->decim_exp = wrap16(common_exp + headroom);
+}
