@@ -7,6 +7,10 @@ set(CVSD_QOR_SOURCES
   pitchtrack/decimation.cpp
   pitchtrack/refinement.cpp
   pitchtrack/tracker.cpp
+  plc/construct.cpp
+  plc/erased_frame.cpp
+  plc/good_frame.cpp
+  plc/narrowband_pitch.cpp
   plc/primitives.cpp)
 
 # Usage requirements and private settings common to the shared and the static library.

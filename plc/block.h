@@ -1,0 +1,60 @@
+// The state of one concealed stream, as it lies in the caller's block.
+#pragma once
+
+#include "cvsd_qor.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace cvsd_qor {
+
+constexpr std::size_t kMaxHistory = 780;    // samples
+constexpr std::size_t kMaxOverlap = 60;     // samples
+constexpr std::size_t kScratch = 824;       // samples
+constexpr std::int32_t kMaxFrame = 120;     // samples
+constexpr std::int32_t kReconverge16k = 36; // samples
+
+struct Block {
+    // Set by construction for the rate, constant afterwards. Samples unless another unit is given.
+    std::int32_t frame_len;
+    std::int32_t atten_step; // Q15 per sample
+    std::int32_t pitch_min;
+    std::int32_t pitch_max;
+    std::int32_t ola_max; // longest overlap-add, and the delay of the output
+    std::int32_t decim;   // step of the narrowband pitch search
+    std::int32_t corr_len;
+    std::int32_t pitch_range;
+    std::int32_t corr_buf_len;
+    std::int32_t history_len;
+    std::int32_t sample_rate; // Hz
+
+    std::int32_t erase_count; // lost frames since the last good one
+    std::int32_t ola_len;     // overlap-add of the current loss
+    std::int32_t pitch;
+    std::int32_t syn_pos; // read position in the repeated segment, 0..syn_len
+    std::int32_t syn_len; // the repeated segment: the last syn_len samples of pitch_buf
+
+    std::int16_t history[kMaxHistory]; // [0..history_len-1] oldest first, with concealed frames in place
+    std::int16_t
+        last_quarter[kMaxOverlap];       // [0..ola_len-1] the end of pitch_buf as it was when the loss began
+    std::int16_t *syn_start;             // pitch_buf_end - syn_len
+    std::int16_t *pitch_buf_end;         // pitch_buf + history_len
+    std::int32_t reconverge_len;         // samples of the first good frame that stay synthetic
+    std::int16_t scratch[kScratch];      // work area of one call
+    std::int16_t pitch_buf[kMaxHistory]; // [0..history_len-1] the history as it was when the loss began
+    PitchTrackerState tracker;           // 16000 Hz only
+};
+
+static_assert(sizeof(Block) <= G711PLC_MEMORY_SIZE && alignof(Block) <= G711PLC_MEMORY_ALIGN);
+static_assert(sizeof(PlcBlock) == G711PLC_MEMORY_SIZE && alignof(PlcBlock) == G711PLC_MEMORY_ALIGN);
+static_assert(sizeof(void *) != 8 ||
+              (offsetof(Block, history) == 64 && offsetof(Block, syn_start) == 1744 &&
+               offsetof(Block, scratch) == 1764 && offsetof(Block, pitch_buf) == 3412 &&
+               offsetof(Block, tracker) == 4976 && sizeof(Block) == 6360));
+
+inline Block &unwrap(PlcBlock *block) { return *reinterpret_cast<Block *>(block); }
+inline const Block &unwrap(const PlcBlock *block) { return *reinterpret_cast<const Block *>(block); }
+
+inline PlcBlock *wrap(Block &block) { return reinterpret_cast<PlcBlock *>(&block); }
+
+} // namespace cvsd_qor
