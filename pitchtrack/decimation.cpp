@@ -44,11 +44,13 @@ static_assert([] {
     return sum * 32768 <= INT32_MAX;
 }());
 
-using Accumulators = std::array<std::int32_t, kNew>;
+// Blocks are padded with zeros to whole vectors.
+using Accumulators = std::array<std::int32_t, kNew + 1>;
+using Output = std::array<std::int16_t, kOutput + 1>;
 
 // One accumulator for the last sample of each group of 8.
 Accumulators filter(const std::int16_t *in) {
-    Accumulators acc;
+    Accumulators acc{};
     for (int m = 0; m < kNew; ++m) {
         const std::int16_t *oldest = in + kMemory + kFactor * m + (kFactor - 1) - (kTaps - 1);
         std::int32_t sum = 0;
@@ -58,11 +60,30 @@ Accumulators filter(const std::int16_t *in) {
     return acc;
 }
 
+// The left shifts that leave the largest magnitude its headroom. Its highest bit is the highest of all of
+// them together.
 int exponent_of(const Accumulators &acc) {
-    std::int32_t peak = 2;
-    for (const std::int32_t a : acc) peak = std::max(peak, abs32(a));
-    return norm32(peak) - kHeadroom;
+    std::int32_t bits = 2;
+    for (const std::int32_t a : acc) bits |= a < 0 ? -a : a;
+    return norm32(bits) - kHeadroom;
 }
+
+// The same for the samples that go into the history.
+int headroom_of(const Output &out) {
+    std::uint16_t bits = 1;
+    for (std::size_t j = kNew; j < out.size(); ++j)
+        bits |= static_cast<std::uint16_t>(out[j] < 0 ? -out[j] : out[j]);
+    return norm16(static_cast<std::int16_t>(std::min<int>(bits, INT16_MAX))) - kHeadroom;
+}
+
+// v · 2^k for a whole block: a left shift that the caller knows to fit, or an arithmetic right shift.
+struct BlockShift {
+    int left;
+    int right;
+
+    explicit constexpr BlockShift(int k) : left(std::max(k, 0)), right(std::clamp(-k, 0, 31)) {}
+    constexpr std::int32_t operator()(std::int32_t v) const { return shift_left(v, left) >> right; }
+};
 
 } // namespace
 
@@ -73,26 +94,30 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
 
     const int new_exp = exponent_of(acc);
     const int excess = wrap16(state->decim_exp - new_exp); // of the history's exponent over the new samples'
-    const int history_shift = std::max(excess, 0);
+    const int drop = std::max(excess, 0);
     const int common_exp = excess < 0 ? state->decim_exp : new_exp;
 
-    std::array<std::int16_t, kOutput> common;
+    // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
+    // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
+    alignas(16) Output common;
+    const BlockShift to_common(-drop);
     for (std::size_t j = 0; j < kHistory; ++j)
-        common[j] = shift_left_sat16(state->decim_hist[j], -history_shift);
-    for (std::size_t m = 0; m < kNew; ++m)
-        common[kHistory + m] = round16(shift_left_sat32(acc[m], common_exp));
+        common[j] = static_cast<std::int16_t>(to_common(state->decim_hist[j]));
+    const BlockShift scale(common_exp);
+    for (std::size_t m = 0; m < acc.size(); ++m) common[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
     std::copy_n(common.data(), kOutput, out);
 
-    std::int16_t peak = 1;
-    for (std::size_t j = kNew; j < kOutput; ++j) peak = std::max(peak, abs16(common[j]));
-    const int headroom = norm16(peak) - kHeadroom;
-
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
-    // that the common exponent dropped; its last 16 samples come from the output.
-    constexpr std::size_t kStored = kHistory - kNew - 1;
-    for (std::size_t j = 0; j < kStored; ++j)
-        state->decim_hist[j] = shift_left_sat16(state->decim_hist[j + kNew], headroom - history_shift);
-    for (std::size_t j = kStored; j < kHistory; ++j)
-        state->decim_hist[j] = shift_left_sat16(common[j + kNew], headroom);
+    // that the common exponent dropped; its last 16 samples come from the output. Shifted by the headroom,
+    // the output is below 2^12 in magnitude, and the stored form exceeds that by less than 2^headroom, at
+    // most 2^11: nothing saturates.
+    const int headroom = headroom_of(common);
+    constexpr std::size_t kStays = kHistory - kNew - 1;
+    const BlockShift restore(headroom - drop);
+    for (std::size_t j = 0; j < kStays; ++j)
+        state->decim_hist[j] = static_cast<std::int16_t>(restore(state->decim_hist[j + kNew]));
+    const BlockShift raise(headroom);
+    for (std::size_t j = kStays; j < kHistory; ++j)
+        state->decim_hist[j] = static_cast<std::int16_t>(raise(common[j + kNew]));
     state->decim_exp = wrap16(common_exp + headroom);
 }

@@ -18,10 +18,30 @@ constexpr int kShortest = 40; // lags, samples
 constexpr int kLongest = 320;
 constexpr int kReach = 3; // lags tried on either side
 
+// Eight lags are correlated at once, of which at most seven count, and windows are rounded up to eight
+// samples.
+constexpr int kVector = 8;
+static_assert(2 * kReach + 1 < kVector);
+
 // Beyond these the window would be negative or a segment would begin before the history. The coarse search
 // stays within 36..324.
 constexpr int kCoarseMin = 0;
-constexpr int kCoarseMax = kSignal - kMaxWindow + kReach;
+constexpr int kCoarseMax = kSignal - kMaxWindow + kReach - (kVector - 1);
+
+// What is searched.
+struct Task {
+    std::int16_t window[kMaxWindow + kVector]; // the newest n samples, then zeros
+    int n;
+    int first;                  // lags
+    int last;                   // below first where only first is tried
+    const std::int16_t *signal; // one past the newest sample: the segment of lag L begins at signal - n - L
+
+    int rounded() const { return (n + kVector - 1) & -kVector; }
+    const std::int16_t *segment(int lag) const { return signal - n - lag; }
+};
+static_assert(kMaxWindow % kVector == 0);
+
+using Correlations = std::array<std::int32_t, kVector>;
 
 struct Best {
     int lag;
@@ -30,40 +50,94 @@ struct Best {
     NormalisedCorrelation record;
 };
 
-// The right shift that keeps the sums of the search below overflow for most signals, judged by the segment at
-// one lag.
-int scale_for(const std::int16_t *segment, int n) {
-    // 120 · (32768 / 8)² is below 2^31.
-    static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX);
-    std::int32_t energy = 0;
-    for (int i = 0; i < n; ++i) energy += (segment[i] >> 3) * (segment[i] >> 3);
-    return std::max((7 - norm32(energy)) >> 1, 0);
-}
-
-std::int32_t correlation(const std::int16_t *a, const std::int16_t *b, int n) {
+// Energy on a scale on which no sum of a window overflows.
+std::int32_t coarse_energy(const std::int16_t *samples, int n) {
+    static_assert(std::int64_t{kMaxWindow + kVector - 1} * 4096 * 4096 <= INT32_MAX);
     std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) sum = add_sat(sum, mul(a[i], b[i]));
+    for (int i = 0; i < n; ++i) sum += (samples[i] >> 3) * (samples[i] >> 3);
     return sum;
 }
 
-Best search(const std::int16_t *window, int n, int first, int last) {
-    std::int32_t energy = correlation(window - first, window - first, n);
-    const std::int32_t corr = std::max(correlation(window, window - first, n), INT32_C(-1));
-    Best best{first, corr, energy, normalise(corr, energy)};
-    for (int lag = first + 1; lag <= last; ++lag) {
-        const std::int16_t leaving = window[n - lag];
-        const std::int16_t entering = window[-lag];
-        energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
-        const std::int32_t c = correlation(window, window - lag, n);
-        const NormalisedCorrelation record = normalise(c, energy);
-        if (c > 0 && record.energy > 0 && beats(record, best.record)) best = {lag, c, energy, record};
+// Whether no sum of the search can leave 32 bits: then plain sums in any order equal the ordered saturating
+// ones.
+//
+// Be q = h >> 3 for a sample h of the history and s = h >> shift for a searched one: |s| <= 2^(3-shift)·|q|
+// + 8. With Q the sum of q² over at most 127 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 91. A
+// partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
+// the window's (Cauchy-Schwarz). Below 31/32 of 2^31 on either side leaves room for the 91: the window's norm
+// is at most 8·sqrt(120)·4096 + 91.
+bool is_exact(std::int32_t segments_q, std::int32_t window_q, int shift) {
+    constexpr std::int64_t limit = INT64_C(31) << (25 - 5);
+    static_assert(64 * limit + 91 * (8 * 44870 + 8 * 5702) + 91 * 91 <= INT32_MAX);
+    const std::int64_t scaled_limit = limit << 2 * shift;
+    return segments_q <= scaled_limit && std::int64_t{segments_q} * window_q <= scaled_limit * scaled_limit;
+}
+
+// Index i is for lag first + kVector - 1 - i, so that indices and samples run alike. The zeros behind the
+// window make rounding its length up harmless.
+Correlations correlate(const Task &t) {
+    Correlations c{};
+    const std::int16_t *segments = t.segment(t.first + kVector - 1);
+    const int n = t.rounded();
+    for (int i = 0; i < n; ++i) {
+        for (int k = 1; k < kVector; ++k) c[static_cast<std::size_t>(k)] += t.window[i] * segments[i + k];
+    }
+    return c;
+}
+
+[[gnu::noinline]] Correlations correlate_saturating(const Task &t) {
+    Correlations c{};
+    const std::int16_t *segments = t.segment(t.first + kVector - 1);
+    for (int i = 0; i < t.n; ++i) {
+        for (int k = 0; k < kVector; ++k) {
+            std::int32_t &sum = c[static_cast<std::size_t>(k)];
+            sum = add_sat(sum, mul(t.window[i], segments[i + k]));
+        }
+    }
+    return c;
+}
+
+std::int32_t energy(const std::int16_t *samples, int n) {
+    std::int32_t sum = 0;
+    for (int i = 0; i < n; ++i) sum += samples[i] * samples[i];
+    return sum;
+}
+
+[[gnu::noinline]] std::int32_t energy_saturating(const std::int16_t *samples, int n) {
+    std::int32_t sum = 0;
+    for (int i = 0; i < n; ++i) sum = add_sat(sum, mul(samples[i], samples[i]));
+    return sum;
+}
+
+Best search(const Task &t, bool exact) {
+    const Correlations corr = exact ? correlate(t) : correlate_saturating(t);
+    const std::int16_t *segment = t.segment(t.first);
+    std::int32_t e = exact ? energy(segment, t.n) : energy_saturating(segment, t.n);
+
+    const std::int32_t first_corr = std::max(corr[kVector - 1], INT32_C(-1));
+    Best best{t.first, first_corr, e, normalise(first_corr, e)};
+    for (int lag = t.first + 1; lag <= t.last; ++lag) {
+        const std::int16_t leaving = segment[t.n - 1];
+        const std::int16_t entering = *--segment;
+        e = add_sat(sub_sat(e, mul(leaving, leaving)), mul(entering, entering));
+        const std::int32_t c = corr[static_cast<std::size_t>(t.first + kVector - 1 - lag)];
+        if (c <= 0 || e <= 0) continue;
+        const NormalisedCorrelation record = normalise(c, e);
+        if (beats(record, best.record)) best = {lag, c, e, record};
     }
     return best;
 }
 
+// Sum of the magnitudes, -32768 counting as 32767; as a sum of products it is one multiply-add for eight
+// samples.
 std::int32_t magnitude(const std::int16_t *samples, int n) {
     std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) sum += abs16(samples[i]);
+    for (int i = 0; i < n; ++i) {
+        const std::int16_t v = samples[i];
+        const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
+        const std::int16_t sign = v < 0 ? std::int16_t{-1} : std::int16_t{1};
+        sum += limited * sign;
+    }
     return sum;
 }
 
@@ -88,16 +162,32 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     const int n = std::min(pitch, kMaxWindow);
     const int first = std::max(pitch - kReach, kShortest);
     const int last = std::min(pitch + kReach, kLongest);
-    const int begin = kSignal - n;
 
-    const int shift = scale_for(sig_hist + begin - first, n);
+    const std::int16_t *end = sig_hist + kSignal;
+
+    // The scale keeps the sums of the search below overflow for most signals; it is judged by the first lag
+    // alone.
+    const std::int32_t first_q = coarse_energy(end - n - first, n);
+    const int shift = std::max((7 - norm32(first_q)) >> 1, 0);
+    const std::int32_t segments_q = first_q + coarse_energy(end - n - first - (kVector - 1), kVector - 1);
+    const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
+
     std::array<std::int16_t, kSignal> scaled;
-    for (std::size_t i = 0; i < kSignal; ++i) scaled[i] = static_cast<std::int16_t>(sig_hist[i] >> shift);
-    const std::int16_t *window = scaled.data() + begin;
+    Task task;
+    task.n = n;
+    task.first = first;
+    task.last = last;
+    task.signal = end;
+    if (shift > 0) {
+        for (std::size_t i = 0; i < kSignal; ++i) scaled[i] = static_cast<std::int16_t>(sig_hist[i] >> shift);
+        task.signal = scaled.data() + kSignal;
+    }
+    std::copy_n(task.signal - n, n, task.window);
+    std::fill_n(task.window + n, kVector, std::int16_t{0});
+    const Best best = search(task, exact);
 
-    const Best best = search(window, n, first, last);
-
-    const std::int16_t ratio = ratio_q14(magnitude(window, n), magnitude(window - best.lag, n));
+    const std::int16_t ratio =
+        ratio_q14(magnitude(task.window, task.rounded()), magnitude(task.segment(best.lag), n));
     const std::int16_t signed_ratio = wrap16(std::clamp(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
