@@ -93,9 +93,9 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     std::copy_n(in + kFrame, kMemory, state->decim_mem);
 
     const int new_exp = exponent_of(acc);
-    const int excess = wrap16(state->decim_exp - new_exp); // of the history's exponent over the new samples'
+    const int excess = state->decim_exp - new_exp; // of the history's exponent over the new samples'
     const int drop = std::max(excess, 0);
-    const int common_exp = excess < 0 ? state->decim_exp : new_exp;
+    const int common_exp = excess < 0 ? state->decim_exp : new_exp; // new_exp at most, for any state
 
     // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
     // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
