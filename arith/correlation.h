@@ -6,10 +6,11 @@
 
 namespace cvsd_qor {
 
-// c²/e = 2^-exponent · c2 / energy, up to one factor common to all records.
+// c²/e = 2^-exponent · c2 / energy, up to one factor common to all records. The mantissas are 16-bit values;
+// the fields are wider because the comparison is faster so.
 struct NormalisedCorrelation {
-    std::int16_t c2;       // high half of the doubled square of c's normalised high half
-    std::int16_t energy;   // high half of the normalised e
+    std::int32_t c2;       // high half of the doubled square of c's normalised high half
+    std::int32_t energy;   // high half of the normalised e
     std::int32_t exponent; // 2 · norm32(c) - norm32(e): -31..62
 };
 
@@ -22,13 +23,26 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
             2 * corr_shift - energy_shift};
 }
 
-// Whether a's c²/e is greater than b's: cross-multiplied, the product with the larger exponent aligned to the
-// other by a flooring shift. Equality does not beat.
-constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
-    const std::int32_t product_a = mul_doubling(a.c2, b.energy);
-    const std::int32_t product_b = mul_doubling(a.energy, b.c2);
+// The sign of a's c²/e minus b's: the doubled cross products, the one with the larger exponent shifted down
+// to the other, with floor, and compared. Neither c2 may be -32768, so the products need no saturation: no
+// correlation normalises to that.
+constexpr int compare(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const int d = a.exponent - b.exponent;
-    return shift_right(product_a, std::max(d, 0)) > shift_right(product_b, std::max(-d, 0));
+    const std::int32_t product_a = shift_right(2 * (a.c2 * b.energy), std::max(d, 0));
+    const std::int32_t product_b = shift_right(2 * (b.c2 * a.energy), std::max(-d, 0));
+    return (product_a > product_b) - (product_a < product_b);
+}
+
+// Whether a's c²/e is greater than b's; equality does not beat. The same comparison, but b's c2 may be
+// -32768, and then its product may saturate.
+//
+// For integers, p > floor(q / 2^d) is p · 2^d > q. So one comparison of floor(p · 2^-d) with q serves for
+// either sign of the difference d. Beyond 31 the shift changes no outcome: both products are within 32 bits.
+constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
+    const std::int64_t product_a = a.c2 * b.energy;
+    const std::int64_t product_b = mul_doubling(b.c2, a.energy);
+    const int d = std::clamp(a.exponent - b.exponent, -31, 31);
+    return (product_a * (INT64_C(1) << 32)) >> (31 + d) > product_b;
 }
 
 } // namespace cvsd_qor

@@ -47,9 +47,9 @@ constexpr std::int32_t abs32(std::int32_t v) { return v < 0 ? sub_sat(0, v) : v;
 // Plain product; at most 2^30, so exact.
 constexpr std::int32_t mul(std::int16_t a, std::int16_t b) { return std::int32_t{a} * b; }
 
-// 2·a·b; only -32768·-32768 saturates.
-constexpr std::int32_t mul_doubling(std::int16_t a, std::int16_t b) {
-    return saturate32(2 * std::int64_t{mul(a, b)});
+// 2·a·b of two 16-bit values; only -32768·-32768 saturates.
+constexpr std::int32_t mul_doubling(std::int32_t a, std::int32_t b) {
+    return static_cast<std::int32_t>(std::min(2 * std::int64_t{a * b}, std::int64_t{INT32_MAX}));
 }
 
 // Weight (Q15) times sample, rounded toward minus infinity.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 
 using namespace cvsd_qor;
@@ -25,17 +26,29 @@ constexpr auto kMultipleThreshold = std::to_array(MPTH);
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
-constexpr int kNewest = 70; // index of the newest decimated sample
-constexpr int kWindow = 30; // decimated samples
+constexpr int kNewest = 70;  // index of the newest decimated sample
+constexpr int kWindow = 30;  // decimated samples
+constexpr int kVectors = 32; // kWindow rounded up to whole vectors
 constexpr int kOldest = kNewest - kWindow + 1;
 constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::size_t kMaxPeaks = 7;
 constexpr std::uint16_t kNoPitch = 40;
 
-// Up to this magnitude of the decimated samples no sum of a window can leave 32 bits, and plain sums in any
-// order equal the ordered saturating ones. The decimation hands over at most 4096.
-constexpr std::int32_t kExactPeak = 8460;
-static_assert(std::int64_t{kWindow} * kExactPeak * kExactPeak <= INT32_MAX);
+// Up to this magnitude of the decimated samples every sum over a window stays below 2^30, every sum,
+// difference and interpolated value made of two or three of those below 2^31, and no energy below 0: plain
+// arithmetic in any order equals the ordered saturating one. The decimation hands over at most 4096.
+constexpr int kExactPeak = 5982;
+static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30);
+
+struct Plain {
+    static constexpr std::int32_t add(std::int32_t a, std::int32_t b) { return a + b; }
+    static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return a - b; }
+};
+
+struct Saturating {
+    static constexpr std::int32_t add(std::int32_t a, std::int32_t b) { return add_sat(a, b); }
+    static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return sub_sat(a, b); }
+};
 
 // Indexed by lag.
 struct Lags {
@@ -59,21 +72,62 @@ constexpr NormalisedCorrelation kWorst = {-32768, 1, 0};
 
 // --- Correlate ------------------------------------------------------------------------------------------
 
-void correlate_saturating(const std::int16_t *dec, Lags &lags) {
+bool is_exact(const std::int16_t *dec) {
+    std::int16_t highest = 0;
+    std::int16_t lowest = 0;
+    for (int i = 0; i <= kNewest; ++i) {
+        highest = std::max(highest, dec[i]);
+        lowest = std::min(lowest, dec[i]);
+    }
+    return highest <= kExactPeak && lowest >= -kExactPeak;
+}
+
+void correlate(const std::int16_t *dec, Lags &lags) {
+    // Zeros behind the window make it whole vectors; from no lag does that reach beyond dec.
+    static_assert(kOldest - kFirstLag + kVectors <= kNewest + 1);
+    std::array<std::int16_t, kVectors> window{};
+    std::copy_n(dec + kOldest, kWindow, window.begin());
+    for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
+        std::int32_t corr = 0;
+        for (int i = 0; i < kVectors; ++i)
+            corr += window[static_cast<std::size_t>(i)] * dec[kOldest - lag + i];
+        lags.corr[static_cast<std::size_t>(lag)] = corr;
+    }
+
+    // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
+    // entering² - leaving² = (entering - leaving) · (entering + leaving), where both factors fit in 16 bits.
+    static_assert(2 * kExactPeak <= INT16_MAX);
+    std::array<std::int32_t, kLastLag - kFirstLag> change;
+    for (std::size_t i = 0; i < change.size(); ++i) {
+        const auto difference = static_cast<std::int16_t>(dec[i] - dec[i + kWindow]);
+        const auto sum = static_cast<std::int16_t>(dec[i] + dec[i + kWindow]);
+        change[i] = difference * sum;
+    }
+    std::int32_t energy = 0;
+    for (int m = kOldest; m <= kNewest; ++m) energy += dec[m - kFirstLag] * dec[m - kFirstLag];
+    lags.energy[kFirstLag] = energy;
+    for (std::size_t lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
+        energy += change[kLastLag - lag];
+        lags.energy[lag] = energy;
+    }
+}
+
+[[gnu::noinline]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
     std::int32_t energy = 0;
     for (int m = kOldest; m <= kNewest; ++m) {
         energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
     }
+    lags.energy[kFirstLag] = energy;
+    for (int lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
+        const std::int16_t leaving = dec[kNewest + 1 - lag];
+        const std::int16_t entering = dec[kOldest - lag];
+        energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
+        lags.energy[static_cast<std::size_t>(lag)] = energy;
+    }
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
-        if (lag > kFirstLag) {
-            const std::int16_t leaving = dec[kNewest + 1 - lag];
-            const std::int16_t entering = dec[kOldest - lag];
-            energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
-        }
         std::int32_t corr = 0;
         for (int m = kOldest; m <= kNewest; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
         lags.corr[static_cast<std::size_t>(lag)] = corr;
-        lags.energy[static_cast<std::size_t>(lag)] = energy;
     }
 }
 
@@ -81,33 +135,40 @@ void correlate_saturating(const std::int16_t *dec, Lags &lags) {
 
 void normalise_lags(Lags &lags) {
     for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
-        lags.record[lag] = normalise(lags.corr[lag], lags.energy[lag]);
-        if (lags.corr[lag] < 0) lags.record[lag].c2 = wrap16(-lags.record[lag].c2);
+        NormalisedCorrelation r = normalise(lags.corr[lag], lags.energy[lag]);
+        if (lags.corr[lag] < 0) r.c2 = -r.c2;
+        lags.record[lag] = r;
     }
 }
 
 // --- Find peaks -----------------------------------------------------------------------------------------
 
+// The lags of positive correlation that beat both neighbours, the first kMaxPeaks of them. One comparison of
+// two neighbours answers for both whether it beats the other. Every lag is written behind the list, and
+// counted if it is a peak: that spares a branch that cannot be predicted.
 struct Peaks {
-    std::array<std::size_t, kMaxPeaks> lag;
+    std::array<std::size_t, (kLastLag - kFirstLag) / 2 + 1> lag; // no two peaks are neighbours
     std::size_t count;
 };
 
 Peaks find_peaks(const Lags &lags) {
-    Peaks peaks{};
-    for (std::size_t lag = kFirstLag + 1; lag < kLastLag && peaks.count < kMaxPeaks; ++lag) {
-        if (lags.corr[lag] > 0 && beats(lags.record[lag], lags.record[lag - 1]) &&
-            beats(lags.record[lag], lags.record[lag + 1])) {
-            peaks.lag[peaks.count++] = lag;
-        }
+    Peaks peaks;
+    peaks.count = 0;
+    bool rises = false;
+    for (std::size_t lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
+        const int order = compare(lags.record[lag], lags.record[lag - 1]);
+        peaks.lag[peaks.count] = lag - 1;
+        peaks.count += static_cast<std::size_t>(rises & (order < 0));
+        rises = (order > 0) & (lags.corr[lag] > 0);
     }
+    peaks.count = std::min(peaks.count, kMaxPeaks);
     return peaks;
 }
 
 void negate(Lags &lags) {
     for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
         lags.corr[lag] = sub_sat(0, lags.corr[lag]);
-        lags.record[lag].c2 = wrap16(-lags.record[lag].c2);
+        lags.record[lag].c2 = -lags.record[lag].c2;
     }
 }
 
@@ -115,22 +176,23 @@ void negate(Lags &lags) {
 
 // The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour, on the parabola
 // through the correlations and the straight line through the energies.
+template <class Arithmetic>
 Candidate interpolate(const Lags &lags, std::size_t lag) {
+    using A = Arithmetic;
     const std::int32_t centre = lags.corr[lag];
-    const std::int32_t slope = sub_sat(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1;
-    const std::int32_t curvature = sub_sat(add_sat(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1, centre);
+    const std::int32_t slope = A::sub(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1;
+    const std::int32_t curvature = A::sub(A::add(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1, centre);
     const bool right = beats(lags.record[lag + 1], lags.record[lag - 1]);
-    const std::int32_t side_energy = right ? lags.energy[lag + 1] : lags.energy[lag - 1];
-    const std::int32_t energy_step = sub_sat(side_energy, lags.energy[lag]) >> 3;
+    const std::int32_t energy_step = A::sub(lags.energy[right ? lag + 1 : lag - 1], lags.energy[lag]) >> 3;
 
     std::int32_t energy = lags.energy[lag];
     std::int32_t offset = 0;
     NormalisedCorrelation best = lags.record[lag];
     for (std::size_t i = 0; i < kOffset.size(); ++i) {
-        energy = add_sat(energy, energy_step);
+        energy = A::add(energy, energy_step);
         const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared[i]);
         const std::int32_t rise = mul_32_by_q15(slope, kOffset[i]);
-        const std::int32_t corr = add_sat(right ? add_sat(bend, rise) : sub_sat(bend, rise), centre);
+        const std::int32_t corr = A::add(right ? A::add(bend, rise) : A::sub(bend, rise), centre);
         const NormalisedCorrelation point = normalise(corr, energy);
         if (beats(point, best)) {
             best = point;
@@ -140,10 +202,18 @@ Candidate interpolate(const Lags &lags, std::size_t lag) {
     return {static_cast<std::int32_t>(lag) * kFactor + (right ? offset : -offset), best};
 }
 
+template <class Arithmetic>
+Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
+    Candidates c;
+    c.count = peaks.count;
+    for (std::size_t j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.lag[j]);
+    return c;
+}
+
 // --- Choose ---------------------------------------------------------------------------------------------
 
 // Whether a beats b with a's energy weighed down, that is whether a reaches a fraction of b.
-bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int16_t energy) {
+bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int32_t energy) {
     a.energy = energy;
     return beats(a, b);
 }
@@ -211,8 +281,8 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
 
     for (std::size_t j = 0; j < c.count && 2 * c.at[j].lag < c.at[c.count - 1].lag; ++j) {
         const NormalisedCorrelation &r = c.at[j].record;
-        const std::int16_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
-        if (beats_weighted(r, best_record, wrap16(mul_q15(weight, r.energy))) &&
+        const std::int32_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
+        if (beats_weighted(r, best_record, (r.energy * weight) >> 15) &&
             multiples_confirm(c, j, best_record)) {
             return c.at[j].lag;
         }
@@ -222,7 +292,7 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
     const NormalisedCorrelation &r = c.at[near].record;
     const bool longer = near > best;
     const std::int32_t weight = longer ? 51118 : 28180; // 0.78 and 0.43, Q16
-    const bool keeps_up = beats_weighted(r, best_record, wrap16((r.energy * weight) >> 16));
+    const bool keeps_up = beats_weighted(r, best_record, (r.energy * weight) >> 16);
     const bool fits = longer || is_sub_multiple(c.at[near].lag, c.at[best].lag);
     return keeps_up && fits ? c.at[near].lag : c.at[best].lag;
 }
@@ -232,7 +302,13 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
 std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::int16_t *dec,
                               std::int16_t prev) {
     Lags lags;
-    correlate_saturating(dec, lags);
+    const bool exact = is_exact(dec);
+    if (exact) {
+        correlate(dec, lags);
+    } else {
+        correlate_saturating(dec, lags);
+    }
+
     normalise_lags(lags);
 
     Peaks peaks = find_peaks(lags);
@@ -243,8 +319,7 @@ std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::in
     if (peaks.count == 0) return kNoPitch;
     if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * peaks.lag[0]);
 
-    Candidates candidates{};
-    for (; candidates.count < peaks.count; ++candidates.count)
-        candidates.at[candidates.count] = interpolate(lags, peaks.lag[candidates.count]);
+    const Candidates candidates =
+        exact ? interpolate_all<Plain>(lags, peaks) : interpolate_all<Saturating>(lags, peaks);
     return static_cast<std::uint16_t>(choose(candidates, prev));
 }
