@@ -1,12 +1,11 @@
 // What encoder and decoder share: the state in registers and one sample's step through it.
 //
-// Two quantities are held in a form that makes the recurrence short. The step is carried as its excess over the
-// smallest step, so that the lower clamp is a sign test. The run bits stand in the top of a shift register into which
-// each new bit enters at bit 31: after eight samples the register's top byte is the byte of the stream, and its top
-// four bits are the record's run_bits as they stand.
+// Two quantities are carried with an offset that takes the rounding out of the recurrence, on whose length
+// the speed of both directions hangs:
+//   - the accumulator 31 higher than in the record, so that rounding up in the leak becomes the floor of >>;
+//   - the step 10241 lower, so that the same happens in its decay and the lower clamp is a test of the sign.
 #pragma once
 
-#include "arith/fixed_point.h"
 #include "cvsd_qor.h"
 
 #include <algorithm>
@@ -14,58 +13,70 @@
 
 namespace cvsd_qor {
 
-constexpr std::int32_t kAccumulatorMax = 2097151; // 2^21 - 1; the bounds are symmetric
-constexpr std::int32_t kStepMin = 10240;          // 10 PCM units
-constexpr std::int32_t kStepMax = 1310720;        // 1280 PCM units
-constexpr std::int32_t kExcessMax = kStepMax - kStepMin;
-constexpr std::int32_t kDeltaMax = kStepMax >> 4;
+constexpr std::int32_t kRaised = 31; // what the carried accumulator has over the record's
+constexpr std::int32_t kAccumulatorMax = 2097151 + kRaised;
+constexpr std::int32_t kAccumulatorMin = -2097151 + kRaised;
 
-// a - ceil(a/32) for a >= 0 and a + floor(-a/32) below. Both are a - ceil(a/32): for a < 0, floor(-a/32) is
-// -ceil(a/32). And ceil(a/32) is (a + 31) >> 5 for either sign, as >> floors.
-constexpr std::int32_t leak(std::int32_t accumulator) { return accumulator - ((accumulator + 31) >> 5); }
+// a - ceil(a/32) on the carried scale, A = a + 31 before and after: ceil(a/32) is A >> 5, as >> floors.
+constexpr std::int32_t leak(std::int32_t accumulator) { return accumulator - (accumulator >> 5); }
 
-static_assert(leak(33) == 31 && leak(-33) == -32 && leak(1) == 0 && leak(-1) == -1);
+static_assert(leak(33 + kRaised) == 31 + kRaised && leak(-33 + kRaised) == -32 + kRaised);
+static_assert(leak(1 + kRaised) == kRaised && leak(-1 + kRaised) == -1 + kRaised);
 
-constexpr std::int32_t clamp_accumulator(std::int32_t a) {
-    return std::clamp(a, -kAccumulatorMax, kAccumulatorMax);
+constexpr std::int32_t kStepMin = 10240;   // 10 PCM units
+constexpr std::int32_t kStepMax = 1310720; // 1280 PCM units
+constexpr std::int32_t kGrowth = 10240;
+constexpr std::int32_t kStepOffset = kStepMin + 1; // what the record's step has over the carried one
+
+// step - ceil(step/1024), at least kStepMin: with s = step - 10241, ceil(step/1024) is 11 + (s >> 10).
+static_assert(kStepOffset == 10 * 1024 + 1);
+constexpr std::int32_t decayed(std::int32_t s) {
+    const std::int32_t t = s - 11 - (s >> 10);
+    return t < 0 ? kStepMin - kStepOffset : t;
 }
 
-// The step after a bit that completes a run of four, and after one that does not:
-// step + 10240, and step - ceil(step/1024), each clamped. As kStepMin is 10 · 1024, ceil(step/1024) is
-// 10 + ceil(excess/1024).
-static_assert(kStepMin == 10 * 1024);
-constexpr std::int32_t grown(std::int32_t excess) { return std::min(excess + 10240, kExcessMax); }
-constexpr std::int32_t decayed(std::int32_t excess) {
-    return std::max(excess - 10 - ((excess + 1023) >> 10), INT32_C(0));
-}
+// step + 10240, at most kStepMax.
+constexpr std::int32_t grown(std::int32_t s) { return std::min(s + kGrowth, kStepMax - kStepOffset); }
 
-// step >> 4, the step on the accumulator's scale.
-constexpr std::int32_t delta(std::int32_t excess) { return (excess >> 4) + (kStepMin >> 4); }
-static_assert(kStepMin % 16 == 0);
+static_assert(decayed(0 - kStepOffset) == -1 && grown(0 - kStepOffset) == -1); // right after Init
+static_assert(decayed(11264 - kStepOffset) == 11264 - 11 - kStepOffset);
+static_assert(decayed(11265 - kStepOffset) == 11265 - 12 - kStepOffset);
 
 struct Codec {
-    std::int32_t accumulator;
-    std::int32_t excess;   // step - kStepMin; below 0 only before the first sample
-    std::uint32_t history; // bit 31 the newest bit
+    std::int32_t accumulator; // kAccumulatorMin..kAccumulatorMax
+    std::int32_t step;        // -1..kStepMax - kStepOffset; less only before the first sample
 
     // A record outside its documented ranges is brought into them, so that no arithmetic below can overflow.
     explicit Codec(const CvsdState &s)
-        : accumulator(clamp_accumulator(s.accumulator)),
-          excess(std::clamp(s.step, INT32_C(0), kStepMax) - kStepMin),
-          history(static_cast<std::uint32_t>(s.run_bits) << 28) {}
+        : accumulator(std::clamp(s.accumulator, kAccumulatorMin - kRaised, kAccumulatorMax - kRaised) +
+                      kRaised),
+          step(std::clamp(s.step, INT32_C(0), kStepMax) - kStepOffset) {}
 
-    void store(CvsdState &s) const {
-        s = {accumulator, excess + kStepMin, static_cast<std::int32_t>(history >> 28)};
+    void store(CvsdState &s, std::int32_t run_bits) const {
+        s = {accumulator - kRaised, step + kStepOffset, run_bits};
     }
 
-    // Enters one bit, given as a mask (-1 for down, 0 for up), and moves from the leaked accumulator by the new step.
-    void step(std::int32_t leaked, std::int32_t down) {
-        history = history >> 1 | (static_cast<std::uint32_t>(down) & 0x80000000U);
-        const bool run = history + 0x10000000U < 0x20000000U; // the top four bits are 1111 or 0000
-        excess = run ? grown(excess) : decayed(excess);
-        accumulator = clamp_accumulator(leaked + ((delta(excess) ^ down) - down));
+    // The new step, then the accumulator from its leaked value by 1/16 of it: up for down = 0, down for -1.
+    //
+    // Both branches go one way for long: between two runs the step decays by what it has grown, which takes 8
+    // samples at the largest step and hundreds at a small one; only at its clamp do runs follow each other.
+    void move(std::int32_t leaked, bool run, std::int32_t down) {
+        if (run) [[unlikely]] {
+            step = grown(step);
+        } else {
+            step = decayed(step);
+        }
+        const std::int32_t delta = (step + kStepOffset) >> 4;
+        accumulator = (leaked - down) + (delta ^ down); // delta ^ -1 is -delta - 1
+        if (accumulator < kAccumulatorMin || accumulator > kAccumulatorMax) [[unlikely]] {
+            accumulator = std::clamp(accumulator, kAccumulatorMin, kAccumulatorMax);
+        }
     }
 };
+
+// Samples are worked on in blocks, so that what does not hang on the recurrence runs in a loop of its own
+// that vectorises.
+constexpr std::int32_t kBlockBytes = 8;
 
 // Whole bytes that both lengths allow; 0 where either is too short or negative. At most 2^28 - 1, so that
 // eight times it fits in 32 bits.

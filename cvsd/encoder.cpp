@@ -2,6 +2,30 @@
 
 using namespace cvsd_qor;
 
+namespace {
+
+// Encodes up to kBlockBytes. The last bits stand in the top of `history`, the newest in bit 31: after eight
+// samples its top byte is the byte of the stream.
+void encode_block(Codec &codec, std::uint32_t &history, const std::int16_t *pcm, std::uint8_t *bits,
+                  std::int32_t bytes) {
+    std::int32_t target[8 * kBlockBytes];
+    for (std::int32_t i = 0; i < 8 * bytes; ++i) target[i] = pcm[i] * 64 + kRaised;
+
+    for (std::int32_t i = 0; i < bytes; ++i) {
+        for (int k = 0; k < 8; ++k) {
+            const std::int32_t leaked = leak(codec.accumulator);
+            // Both lie within ±2^21 + 31, so the difference cannot overflow and its sign is the comparison.
+            const std::int32_t down = (target[8 * i + k] - leaked) >> 31;
+            history = history >> 1 | (static_cast<std::uint32_t>(down) & 0x80000000U);
+            const bool run = history + 0x10000000U < 0x20000000U; // the top four bits are 1111 or 0000
+            codec.move(leaked, run, down);
+        }
+        bits[i] = static_cast<std::uint8_t>(history >> 24);
+    }
+}
+
+} // namespace
+
 std::int32_t CVSD_ENC_GetBufferSize() { return sizeof(CvsdState); }
 
 void CVSD_ENC_Init(CvsdState *state) { *state = {0, 0, 10}; }
@@ -14,13 +38,9 @@ void CVSD_ENC_Process(CvsdState *state, const std::int16_t *pcm, std::int32_t *p
     if (bytes == 0) return;
 
     Codec codec(*state);
-    for (std::int32_t i = 0; i < bytes; ++i) {
-        for (int k = 0; k < 8; ++k) {
-            const std::int32_t leaked = leak(codec.accumulator);
-            // Both sides lie within ±2^21, so the difference cannot overflow and its sign is the comparison.
-            codec.step(leaked, (pcm[8 * i + k] * 64 - leaked) >> 31);
-        }
-        bits[i] = static_cast<std::uint8_t>(codec.history >> 24);
+    auto history = static_cast<std::uint32_t>(state->run_bits) << 28;
+    for (std::int32_t i = 0; i < bytes; i += kBlockBytes) {
+        encode_block(codec, history, pcm + 8 * i, bits + i, std::min(kBlockBytes, bytes - i));
     }
-    codec.store(*state);
+    codec.store(*state, static_cast<std::int32_t>(history >> 28));
 }
