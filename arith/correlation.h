@@ -14,23 +14,15 @@ struct NormalisedCorrelation {
     std::int32_t exponent; // 2 · norm32(c) - norm32(e): -31..62
 };
 
+// High half of the doubled square of a 16-bit value; only -32768 saturates.
+constexpr std::int32_t half_square(std::int32_t c) { return std::min((c * c) >> 15, 32767); }
+
 // c2 without regard to the sign of c.
 constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy) {
     const int corr_shift = norm32(corr);
     const int energy_shift = norm32(energy);
-    const std::int16_t c = high_half(shift_left(corr, corr_shift));
-    return {high_half(mul_doubling(c, c)), high_half(shift_left(energy, energy_shift)),
+    return {half_square(high_half(shift_left(corr, corr_shift))), high_half(shift_left(energy, energy_shift)),
             2 * corr_shift - energy_shift};
-}
-
-// The sign of a's c²/e minus b's: the doubled cross products, the one with the larger exponent shifted down
-// to the other, with floor, and compared. Neither c2 may be -32768, so the products need no saturation: no
-// correlation normalises to that.
-constexpr int compare(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
-    const int d = a.exponent - b.exponent;
-    const std::int32_t product_a = shift_right(2 * (a.c2 * b.energy), std::max(d, 0));
-    const std::int32_t product_b = shift_right(2 * (b.c2 * a.energy), std::max(-d, 0));
-    return (product_a > product_b) - (product_a < product_b);
 }
 
 // Whether a's c²/e is greater than b's; equality does not beat. The same comparison, but b's c2 may be

@@ -50,11 +50,23 @@ struct Saturating {
     static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return sub_sat(a, b); }
 };
 
-// Indexed by lag.
+// Indexed by lag - kFirstLag, with zeros behind that make it whole vectors and one more.
+constexpr std::size_t kLags = kLastLag - kFirstLag + 1;
+constexpr std::size_t kLanes = 40;
+static_assert(kLags <= kLanes && kLanes % 8 == 0);
+
+template <class T>
+using PerLag = std::array<T, kLanes + 1>;
+
 struct Lags {
-    std::array<std::int32_t, kLastLag + 1> corr;
-    std::array<std::int32_t, kLastLag + 1> energy;
-    std::array<NormalisedCorrelation, kLastLag + 1> record;
+    PerLag<std::int32_t> corr;
+    PerLag<std::int32_t> energy;
+    // Their normalised forms; c2 has the sign of the correlation.
+    PerLag<std::int16_t> c2;
+    PerLag<std::int16_t> mantissa;
+    PerLag<std::int16_t> exponent;
+
+    NormalisedCorrelation record(std::size_t i) const { return {c2[i], mantissa[i], exponent[i]}; }
 };
 
 struct Candidate {
@@ -91,13 +103,13 @@ void correlate(const std::int16_t *dec, Lags &lags) {
         std::int32_t corr = 0;
         for (int i = 0; i < kVectors; ++i)
             corr += window[static_cast<std::size_t>(i)] * dec[kOldest - lag + i];
-        lags.corr[static_cast<std::size_t>(lag)] = corr;
+        lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
     }
 
     // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
     // entering² - leaving² = (entering - leaving) · (entering + leaving), where both factors fit in 16 bits.
     static_assert(2 * kExactPeak <= INT16_MAX);
-    std::array<std::int32_t, kLastLag - kFirstLag> change;
+    std::array<std::int32_t, kLags - 1> change; // shortest lag last
     for (std::size_t i = 0; i < change.size(); ++i) {
         const auto difference = static_cast<std::int16_t>(dec[i] - dec[i + kWindow]);
         const auto sum = static_cast<std::int16_t>(dec[i] + dec[i + kWindow]);
@@ -105,10 +117,10 @@ void correlate(const std::int16_t *dec, Lags &lags) {
     }
     std::int32_t energy = 0;
     for (int m = kOldest; m <= kNewest; ++m) energy += dec[m - kFirstLag] * dec[m - kFirstLag];
-    lags.energy[kFirstLag] = energy;
-    for (std::size_t lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
-        energy += change[kLastLag - lag];
-        lags.energy[lag] = energy;
+    lags.energy[0] = energy;
+    for (std::size_t i = 1; i < kLags; ++i) {
+        energy += change[kLags - 1 - i];
+        lags.energy[i] = energy;
     }
 }
 
@@ -117,58 +129,83 @@ void correlate(const std::int16_t *dec, Lags &lags) {
     for (int m = kOldest; m <= kNewest; ++m) {
         energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
     }
-    lags.energy[kFirstLag] = energy;
+    lags.energy[0] = energy;
     for (int lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
         const std::int16_t leaving = dec[kNewest + 1 - lag];
         const std::int16_t entering = dec[kOldest - lag];
         energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
-        lags.energy[static_cast<std::size_t>(lag)] = energy;
+        lags.energy[static_cast<std::size_t>(lag - kFirstLag)] = energy;
     }
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
         std::int32_t corr = 0;
         for (int m = kOldest; m <= kNewest; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
-        lags.corr[static_cast<std::size_t>(lag)] = corr;
+        lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
     }
 }
 
 // --- Normalise ------------------------------------------------------------------------------------------
 
 void normalise_lags(Lags &lags) {
-    for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
-        NormalisedCorrelation r = normalise(lags.corr[lag], lags.energy[lag]);
-        if (lags.corr[lag] < 0) r.c2 = -r.c2;
-        lags.record[lag] = r;
+    PerLag<std::int16_t> c;
+    for (std::size_t i = 0; i < kLags; ++i) {
+        const int corr_shift = norm32(lags.corr[i]);
+        const int energy_shift = norm32(lags.energy[i]);
+        c[i] = high_half(shift_left(lags.corr[i], corr_shift));
+        lags.mantissa[i] = high_half(shift_left(lags.energy[i], energy_shift));
+        lags.exponent[i] = static_cast<std::int16_t>(2 * corr_shift - energy_shift);
     }
+    for (std::size_t i = kLags; i < c.size(); ++i) c[i] = lags.mantissa[i] = lags.exponent[i] = 0;
+    for (std::size_t i = 0; i < kLanes; ++i) {
+        const std::int32_t c2 = half_square(c[i]);
+        lags.c2[i] = static_cast<std::int16_t>(c[i] < 0 ? -c2 : c2);
+    }
+    lags.c2[kLanes] = 0;
 }
 
 // --- Find peaks -----------------------------------------------------------------------------------------
 
-// The lags of positive correlation that beat both neighbours, the first kMaxPeaks of them. One comparison of
-// two neighbours answers for both whether it beats the other. Every lag is written behind the list, and
-// counted if it is a peak: that spares a branch that cannot be predicted.
+// Indices of the lags of positive correlation that beat both neighbours, the first kMaxPeaks of them.
 struct Peaks {
-    std::array<std::size_t, (kLastLag - kFirstLag) / 2 + 1> lag; // no two peaks are neighbours
+    std::array<std::size_t, kLags / 2> at; // no two peaks are neighbours
     std::size_t count;
 };
 
+// One comparison of two neighbours answers for both whether it beats the other: the cross products of
+// beats(), the one with the larger exponent shifted down, are either greater, less or equal. No measured c2
+// is -32768, so they need no saturation.
 Peaks find_peaks(const Lags &lags) {
+    PerLag<std::int32_t> here;
+    PerLag<std::int32_t> before;
+    PerLag<std::int16_t> here_down;
+    PerLag<std::int16_t> before_down;
+    for (std::size_t i = 0; i < kLanes; ++i) {
+        here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
+        before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
+        const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
+        here_down[i] = std::clamp<std::int16_t>(d, 0, 31);
+        before_down[i] = std::clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, 31);
+    }
+
+    // Every lag is written behind the list, and counted if it is a peak: that spares a branch that cannot be
+    // predicted.
     Peaks peaks;
     peaks.count = 0;
     bool rises = false;
-    for (std::size_t lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
-        const int order = compare(lags.record[lag], lags.record[lag - 1]);
-        peaks.lag[peaks.count] = lag - 1;
-        peaks.count += static_cast<std::size_t>(rises & (order < 0));
-        rises = (order > 0) & (lags.corr[lag] > 0);
+    for (std::size_t i = 0; i + 1 < kLags; ++i) {
+        const std::int32_t a = here[i] >> here_down[i];
+        const std::int32_t b = before[i] >> before_down[i];
+        peaks.at[peaks.count] = i;
+        peaks.count += static_cast<std::size_t>(rises & (a < b));
+        rises = (a > b) & (lags.corr[i + 1] > 0);
     }
     peaks.count = std::min(peaks.count, kMaxPeaks);
     return peaks;
 }
 
 void negate(Lags &lags) {
-    for (std::size_t lag = kFirstLag; lag <= kLastLag; ++lag) {
-        lags.corr[lag] = sub_sat(0, lags.corr[lag]);
-        lags.record[lag].c2 = -lags.record[lag].c2;
+    for (std::size_t i = 0; i < kLags; ++i) {
+        lags.corr[i] = sub_sat(0, lags.corr[i]);
+        lags.c2[i] = static_cast<std::int16_t>(-lags.c2[i]);
     }
 }
 
@@ -177,17 +214,17 @@ void negate(Lags &lags) {
 // The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour, on the parabola
 // through the correlations and the straight line through the energies.
 template <class Arithmetic>
-Candidate interpolate(const Lags &lags, std::size_t lag) {
+Candidate interpolate(const Lags &lags, std::size_t peak) {
     using A = Arithmetic;
-    const std::int32_t centre = lags.corr[lag];
-    const std::int32_t slope = A::sub(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1;
-    const std::int32_t curvature = A::sub(A::add(lags.corr[lag + 1], lags.corr[lag - 1]) >> 1, centre);
-    const bool right = beats(lags.record[lag + 1], lags.record[lag - 1]);
-    const std::int32_t energy_step = A::sub(lags.energy[right ? lag + 1 : lag - 1], lags.energy[lag]) >> 3;
+    const std::int32_t centre = lags.corr[peak];
+    const std::int32_t slope = A::sub(lags.corr[peak + 1], lags.corr[peak - 1]) >> 1;
+    const std::int32_t curvature = A::sub(A::add(lags.corr[peak + 1], lags.corr[peak - 1]) >> 1, centre);
+    const bool right = beats(lags.record(peak + 1), lags.record(peak - 1));
+    const std::int32_t energy_step = A::sub(lags.energy[right ? peak + 1 : peak - 1], lags.energy[peak]) >> 3;
 
-    std::int32_t energy = lags.energy[lag];
+    std::int32_t energy = lags.energy[peak];
     std::int32_t offset = 0;
-    NormalisedCorrelation best = lags.record[lag];
+    NormalisedCorrelation best = lags.record(peak);
     for (std::size_t i = 0; i < kOffset.size(); ++i) {
         energy = A::add(energy, energy_step);
         const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared[i]);
@@ -199,14 +236,14 @@ Candidate interpolate(const Lags &lags, std::size_t lag) {
             offset = static_cast<std::int32_t>(i) + 1;
         }
     }
-    return {static_cast<std::int32_t>(lag) * kFactor + (right ? offset : -offset), best};
+    return {kFactor * (kFirstLag + static_cast<std::int32_t>(peak)) + (right ? offset : -offset), best};
 }
 
 template <class Arithmetic>
 Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
     Candidates c;
     c.count = peaks.count;
-    for (std::size_t j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.lag[j]);
+    for (std::size_t j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.at[j]);
     return c;
 }
 
@@ -317,7 +354,7 @@ std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::in
         peaks = find_peaks(lags);
     }
     if (peaks.count == 0) return kNoPitch;
-    if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * peaks.lag[0]);
+    if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * (kFirstLag + peaks.at[0]));
 
     const Candidates candidates =
         exact ? interpolate_all<Plain>(lags, peaks) : interpolate_all<Saturating>(lags, peaks);
