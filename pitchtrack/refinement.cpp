@@ -26,18 +26,18 @@ static_assert(2 * kReach + 1 < kVector);
 // Beyond these the window would be negative or a segment would begin before the history. The coarse search
 // stays within 36..324.
 constexpr int kCoarseMin = 0;
-constexpr int kCoarseMax = kSignal - kMaxWindow + kReach - (kVector - 1);
+constexpr int kCoarseMax = kSignal - kMaxWindow + kReach - kVector;
 
 // What is searched.
 struct Task {
-    std::int16_t window[kMaxWindow + kVector]; // the newest n samples, then zeros
+    const std::int16_t *window; // the newest n samples; behind them zeros up to a multiple of kVector
     int n;
-    int first;                  // lags
-    int last;                   // below first where only first is tried
-    const std::int16_t *signal; // one past the newest sample: the segment of lag L begins at signal - n - L
+    int first;               // lags
+    int last;                // below first where only first is tried
+    const std::int16_t *end; // one past the newest sample
 
     int rounded() const { return (n + kVector - 1) & -kVector; }
-    const std::int16_t *segment(int lag) const { return signal - n - lag; }
+    const std::int16_t *segment(int lag) const { return end - n - lag; }
 };
 static_assert(kMaxWindow % kVector == 0);
 
@@ -52,7 +52,7 @@ struct Best {
 
 // Energy on a scale on which no sum of a window overflows.
 std::int32_t coarse_energy(const std::int16_t *samples, int n) {
-    static_assert(std::int64_t{kMaxWindow + kVector - 1} * 4096 * 4096 <= INT32_MAX);
+    static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX);
     std::int32_t sum = 0;
     for (int i = 0; i < n; ++i) sum += (samples[i] >> 3) * (samples[i] >> 3);
     return sum;
@@ -62,36 +62,34 @@ std::int32_t coarse_energy(const std::int16_t *samples, int n) {
 // ones.
 //
 // Be q = h >> 3 for a sample h of the history and s = h >> shift for a searched one: |s| <= 2^(3-shift)·|q|
-// + 8. With Q the sum of q² over at most 127 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 91. A
+// + 8. With Q the sum of q² over at most 128 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 91. A
 // partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
 // the window's (Cauchy-Schwarz). Below 31/32 of 2^31 on either side leaves room for the 91: the window's norm
 // is at most 8·sqrt(120)·4096 + 91.
-bool is_exact(std::int32_t segments_q, std::int32_t window_q, int shift) {
+bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
     constexpr std::int64_t limit = INT64_C(31) << (25 - 5);
     static_assert(64 * limit + 91 * (8 * 44870 + 8 * 5702) + 91 * 91 <= INT32_MAX);
     const std::int64_t scaled_limit = limit << 2 * shift;
-    return segments_q <= scaled_limit && std::int64_t{segments_q} * window_q <= scaled_limit * scaled_limit;
+    return segments_q <= scaled_limit && segments_q * window_q <= scaled_limit * scaled_limit;
 }
 
-// Index i is for lag first + kVector - 1 - i, so that indices and samples run alike. The zeros behind the
-// window make rounding its length up harmless.
-Correlations correlate(const Task &t) {
+// Index k is for lag first + kVector - 1 - k, so that indices and samples run alike; 0 is for one lag too
+// many. With zeros behind the window n may be rounded up.
+Correlations correlate(const std::int16_t *window, const std::int16_t *segments, int n) {
     Correlations c{};
-    const std::int16_t *segments = t.segment(t.first + kVector - 1);
-    const int n = t.rounded();
     for (int i = 0; i < n; ++i) {
-        for (int k = 1; k < kVector; ++k) c[static_cast<std::size_t>(k)] += t.window[i] * segments[i + k];
+        for (int k = 1; k < kVector; ++k) c[static_cast<std::size_t>(k)] += window[i] * segments[i + k];
     }
     return c;
 }
 
-[[gnu::noinline]] Correlations correlate_saturating(const Task &t) {
+[[gnu::noinline]] Correlations correlate_saturating(const std::int16_t *window, const std::int16_t *segments,
+                                                    int n) {
     Correlations c{};
-    const std::int16_t *segments = t.segment(t.first + kVector - 1);
-    for (int i = 0; i < t.n; ++i) {
+    for (int i = 0; i < n; ++i) {
         for (int k = 0; k < kVector; ++k) {
             std::int32_t &sum = c[static_cast<std::size_t>(k)];
-            sum = add_sat(sum, mul(t.window[i], segments[i + k]));
+            sum = add_sat(sum, mul(window[i], segments[i + k]));
         }
     }
     return c;
@@ -110,7 +108,9 @@ std::int32_t energy(const std::int16_t *samples, int n) {
 }
 
 Best search(const Task &t, bool exact) {
-    const Correlations corr = exact ? correlate(t) : correlate_saturating(t);
+    const std::int16_t *segments = t.segment(t.first + kVector - 1);
+    const Correlations corr =
+        exact ? correlate(t.window, segments, t.rounded()) : correlate_saturating(t.window, segments, t.n);
     const std::int16_t *segment = t.segment(t.first);
     std::int32_t e = exact ? energy(segment, t.n) : energy_saturating(segment, t.n);
 
@@ -169,25 +169,26 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     // alone.
     const std::int32_t first_q = coarse_energy(end - n - first, n);
     const int shift = std::max((7 - norm32(first_q)) >> 1, 0);
-    const std::int32_t segments_q = first_q + coarse_energy(end - n - first - (kVector - 1), kVector - 1);
+    const std::int64_t segments_q =
+        std::int64_t{first_q} + coarse_energy(end - n - first - kVector, kVector); // one lag more than needed
     const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
 
     std::array<std::int16_t, kSignal> scaled;
-    Task task;
-    task.n = n;
-    task.first = first;
-    task.last = last;
-    task.signal = end;
     if (shift > 0) {
         for (std::size_t i = 0; i < kSignal; ++i) scaled[i] = static_cast<std::int16_t>(sig_hist[i] >> shift);
-        task.signal = scaled.data() + kSignal;
+        end = scaled.data() + kSignal;
     }
-    std::copy_n(task.signal - n, n, task.window);
-    std::fill_n(task.window + n, kVector, std::int16_t{0});
+    std::array<std::int16_t, kMaxWindow + kVector> padded;
+    const std::int16_t *window = end - n;
+    if (n % kVector != 0) {
+        std::fill_n(std::copy_n(window, n, padded.data()), kVector, std::int16_t{0});
+        window = padded.data();
+    }
+    const Task task{window, n, first, last, end};
     const Best best = search(task, exact);
 
     const std::int16_t ratio =
-        ratio_q14(magnitude(task.window, task.rounded()), magnitude(task.segment(best.lag), n));
+        ratio_q14(magnitude(window, task.rounded()), magnitude(task.segment(best.lag), n));
     const std::int16_t signed_ratio = wrap16(std::clamp(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
