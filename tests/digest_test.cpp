@@ -2,8 +2,6 @@
 // the outputs were known to be right; a row that differs names the service whose arithmetic has changed.
 #include "tests/support.h"
 
-#include <array>
-
 namespace {
 
 struct Row {
@@ -132,10 +130,8 @@ void refinement(Digest &digest) {
     for (int run = 0; run < 6000; ++run) {
         const Samples s = hostile(random, 561);
         for (int k = 0; k < 3; ++k) {
-            const Refined r = refine(s.data(), k == 0 ? random.in(0, 444) : random.in(36, 324));
-            for (const std::int32_t v : {r.lag, r.amp_ratio, r.amp_weight, r.refine_len, r.scale_shift})
-                digest.add(v);
-            for (const std::int32_t v : {r.corr, r.energy}) digest.add(v);
+            const int pitch = k == 0 ? random.in(0, 430) : random.in(36, 324);
+            digest.add(refine(s, pitch).data(), 7);
         }
     }
 }
@@ -164,7 +160,7 @@ void conceal(Digest &digest, Random &random, int rate, const Samples &s, int beg
     bool lost = false;
     for (std::size_t at = 0; at + frame_len <= s.size(); at += frame_len) {
         lost = random.in(0, 99) < (lost ? stay : begin);
-        digest.add(stream.frame(s.data() + at, lost).data(), frame_len);
+        digest.add(stream.frame(s, at, lost).data(), frame_len);
         digest.add(stream.block);
     }
 }
@@ -229,7 +225,7 @@ constexpr Row kRows[] = {
     {"Decimation", decimation, 0xc2e1efe2576d5d3c},
     {"CoarsePitch", coarse_pitch, 0x054c8a0464e06433},
     {"CoarsePitchEdges", coarse_pitch_edges, 0x5ca010e01a9be879},
-    {"Refinement", refinement, 0xb7dfab1342163db1},
+    {"Refinement", refinement, 0xb28c67ae78bbd30e},
     {"TrackerSpeech", tracker_speech, 0x4b26a2e8408a6aee},
     {"TrackerHostile", tracker_hostile, 0x57eb0c0bd407d068},
     {"Stream8kRareLosses", stream_speech<8000, 2, 0>, 0x9efa13ee525583f8},

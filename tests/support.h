@@ -5,6 +5,7 @@
 #include "plc/block.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -28,6 +29,9 @@ struct Random {
 inline std::int16_t sample(std::int64_t v) {
     return static_cast<std::int16_t>(std::clamp<std::int64_t>(v, INT16_MIN, INT16_MAX));
 }
+
+// Sweeps of a whole domain take each n-th value, and every one with EXHAUSTIVE set in the environment.
+inline int stride(int n) { return std::getenv("EXHAUSTIVE") != nullptr ? 1 : n; }
 
 // FNV-1a over values, not bytes, so that byte order does not matter. Any single wrong value changes it.
 struct Digest {
@@ -123,17 +127,16 @@ struct Tracker {
     Tracker &operator=(const Tracker &) = delete;
 };
 
-struct Refined {
-    std::int16_t lag, amp_ratio, amp_weight, refine_len, scale_shift;
-    std::int32_t corr, energy;
-};
+// Lag, amp_ratio, amp_weight, refine_len, scale_shift, correlation, energy.
+using Refined = std::array<std::int32_t, 7>;
 
-inline Refined refine(const std::int16_t *sig_hist, int coarse_pitch) {
+inline Refined refine(const Samples &sig_hist, int coarse_pitch) {
     Tracker t;
-    Refined r{};
-    r.lag = PLC_RefinePitch(&t.state, &r.amp_ratio, &r.corr, &r.energy, &r.amp_weight, &r.refine_len,
-                            &r.scale_shift, sig_hist, static_cast<std::int16_t>(coarse_pitch));
-    return r;
+    PitchTrackerState &s = t.state;
+    const std::int16_t lag =
+        PLC_RefinePitch(&s, &s.amp_ratio, &s.lag_corr, &s.lag_energy, &s.amp_weight, &s.refine_len,
+                        &s.scale_shift, sig_hist.data(), static_cast<std::int16_t>(coarse_pitch));
+    return {lag, s.amp_ratio, s.amp_weight, s.refine_len, s.scale_shift, s.lag_corr, s.lag_energy};
 }
 
 inline int coarse(const Samples &decimated, int prev) {
@@ -148,9 +151,9 @@ struct Stream {
     explicit Stream(int rate) { EXPECT_EQ(g711plc_construct_v2(&block, rate), 0); }
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
-    // The frame at `from`, received or lost; returns the output.
-    Samples frame(const std::int16_t *from, bool lost) {
-        Samples f(from, from + b.frame_len);
+    // The frame that begins at a sample of s, received or lost; returns the output.
+    Samples frame(const Samples &s, std::size_t at, bool lost) {
+        Samples f(&s.at(at), &s.at(at) + b.frame_len);
         lost ? g711plc_dofe_v2(&block, f.data()) : g711plc_addtohistory_v2(&block, f.data());
         return f;
     }
