@@ -45,27 +45,28 @@ static_assert([] {
 }());
 
 // Blocks are padded with zeros to whole vectors.
-using Accumulators = std::array<std::int32_t, kNew + 1>;
 using Output = std::array<std::int16_t, kOutput + 1>;
 
-// One accumulator for the last sample of each group of 8.
-Accumulators filter(const std::int16_t *in) {
-    Accumulators acc{};
+struct Filtered {
+    std::array<std::int32_t, kNew + 1> acc;
+    int exponent; // the left shifts that leave the largest magnitude its headroom
+};
+
+// One accumulator for the last sample of each group of 8. The highest bit of the largest magnitude is the
+// highest of all of them together.
+Filtered filter(const std::int16_t *in) {
+    Filtered f;
+    std::int32_t bits = 2;
     for (int m = 0; m < kNew; ++m) {
         const std::int16_t *oldest = in + kMemory + kFactor * m + (kFactor - 1) - (kTaps - 1);
         std::int32_t sum = 0;
         for (int k = 0; k < kTaps; ++k) sum += taps[static_cast<std::size_t>(k)] * oldest[k];
-        acc[static_cast<std::size_t>(m)] = sum;
+        f.acc[static_cast<std::size_t>(m)] = sum;
+        bits |= sum < 0 ? -sum : sum;
     }
-    return acc;
-}
-
-// The left shifts that leave the largest magnitude its headroom. Its highest bit is the highest of all of
-// them together.
-int exponent_of(const Accumulators &acc) {
-    std::int32_t bits = 2;
-    for (const std::int32_t a : acc) bits |= a < 0 ? -a : a;
-    return norm32(bits) - kHeadroom;
+    f.acc[kNew] = 0;
+    f.exponent = norm32(bits) - kHeadroom;
+    return f;
 }
 
 // The same for the samples that go into the history.
@@ -89,10 +90,9 @@ struct BlockShift {
 
 void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     std::copy_n(state->decim_mem, kMemory, in);
-    const Accumulators acc = filter(in);
+    const auto [acc, new_exp] = filter(in);
     std::copy_n(in + kFrame, kMemory, state->decim_mem);
 
-    const int new_exp = exponent_of(acc);
     const int excess = state->decim_exp - new_exp; // of the history's exponent over the new samples'
     const int drop = std::max(excess, 0);
     const int common_exp = excess < 0 ? state->decim_exp : new_exp; // new_exp at most, for any state
