@@ -124,7 +124,7 @@ void correlate(const std::int16_t *dec, Lags &lags) {
     }
 }
 
-[[gnu::noinline]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
+[[gnu::cold]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
     std::int32_t energy = 0;
     for (int m = kOldest; m <= kNewest; ++m) {
         energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
@@ -202,7 +202,7 @@ Peaks find_peaks(const Lags &lags) {
     return peaks;
 }
 
-void negate(Lags &lags) {
+[[gnu::cold]] void negate(Lags &lags) {
     for (std::size_t i = 0; i < kLags; ++i) {
         lags.corr[i] = sub_sat(0, lags.corr[i]);
         lags.c2[i] = static_cast<std::int16_t>(-lags.c2[i]);
@@ -245,6 +245,11 @@ Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
     c.count = peaks.count;
     for (std::size_t j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.at[j]);
     return c;
+}
+
+// Only direct calls can come here, never the decimation's output.
+[[gnu::cold, gnu::noinline]] Candidates interpolate_saturating(const Lags &lags, const Peaks &peaks) {
+    return interpolate_all<Saturating>(lags, peaks);
 }
 
 // --- Choose ---------------------------------------------------------------------------------------------
@@ -357,6 +362,6 @@ std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::in
     if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * (kFirstLag + peaks.at[0]));
 
     const Candidates candidates =
-        exact ? interpolate_all<Plain>(lags, peaks) : interpolate_all<Saturating>(lags, peaks);
+        exact ? interpolate_all<Plain>(lags, peaks) : interpolate_saturating(lags, peaks);
     return static_cast<std::uint16_t>(choose(candidates, prev));
 }

@@ -21,6 +21,11 @@ std::int32_t correlation(const std::int16_t *newest, const std::int16_t *earlier
     return sum;
 }
 
+// Out of line: the search's loop has a copy of its own.
+[[gnu::noinline]] std::int32_t neighbour(const std::int16_t *newest, const std::int16_t *earlier) {
+    return correlation(newest, earlier);
+}
+
 } // namespace
 
 std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
@@ -28,12 +33,11 @@ std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
     const std::int16_t *newest = b.pitch_buf_end - b.corr_len;
     const std::int16_t *earliest = b.pitch_buf_end - b.corr_buf_len;
     // Shift j stands for the period pitch_max - j.
-    const auto at_shift = [&](std::int32_t j) { return correlation(newest, earliest + j); };
 
-    std::int32_t best = at_shift(0);
+    std::int32_t best = INT32_MIN;
     std::int32_t shift = 0;
-    for (std::int32_t j = b.decim; j <= b.pitch_range; j += b.decim) {
-        const std::int32_t c = at_shift(j);
+    for (std::int32_t j = 0; j <= b.pitch_range; j += b.decim) {
+        const std::int32_t c = correlation(newest, earliest + j);
         if (c >= best) { // a tie goes to the shorter period
             best = c;
             shift = j;
@@ -43,12 +47,12 @@ std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
     // The upper neighbour is taken from where the lower one left off: if that won, it is the coarse best
     // again.
     const std::int32_t lower = std::max(shift - (b.decim - 1), INT32_C(0));
-    const std::int32_t lower_corr = at_shift(lower);
+    const std::int32_t lower_corr = neighbour(newest, earliest + lower);
     if (lower_corr > best) {
         best = lower_corr;
         shift = lower;
     }
     const std::int32_t upper = std::min(shift + (b.decim - 1), b.pitch_range);
-    if (at_shift(upper) > best) shift = upper;
+    if (neighbour(newest, earliest + upper) > best) shift = upper;
     return b.pitch_max - shift;
 }

@@ -55,7 +55,8 @@ void PLC_ScaleSpeech_Reconverge(const PlcBlock *block, std::int16_t *samples, st
     }
 }
 
-void PLC_Ola(const std::int16_t *left, const std::int16_t *right, std::int16_t *output, std::int32_t n) {
+[[gnu::noinline]] void PLC_Ola(const std::int16_t *left, const std::int16_t *right, std::int16_t *output,
+                               std::int32_t n) {
     if (n < 1) return;
     const std::int32_t increment = kUnity / n;
     for (std::int32_t i = 0; i < n; ++i) {
