@@ -46,7 +46,7 @@ struct Block {
 };
 
 static_assert(sizeof(Block) <= G711PLC_MEMORY_SIZE && alignof(Block) <= G711PLC_MEMORY_ALIGN);
-static_assert(sizeof(PlcBlock) == G711PLC_MEMORY_SIZE && alignof(PlcBlock) == G711PLC_MEMORY_ALIGN);
+static_assert(sizeof(PlcBlock) == G711PLC_MEMORY_SIZE && alignof(PlcBlock) <= G711PLC_MEMORY_ALIGN);
 static_assert(sizeof(void *) != 8 ||
               (offsetof(Block, history) == 64 && offsetof(Block, syn_start) == 1744 &&
                offsetof(Block, scratch) == 1764 && offsetof(Block, pitch_buf) == 3412 &&
