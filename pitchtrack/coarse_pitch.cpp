@@ -34,9 +34,9 @@ constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::size_t kMaxPeaks = 7;
 constexpr std::uint16_t kNoPitch = 40;
 
-// Up to this magnitude of the decimated samples every sum over a window stays below 2^30, every sum,
-// difference and interpolated value made of two or three of those below 2^31, and no energy below 0: plain
-// arithmetic in any order equals the ordered saturating one. The decimation hands over at most 4096.
+// Up to this magnitude of the decimated samples every sum over a window stays below 2^30 and everything that
+// the interpolation makes of two or three of those below 2^31: plain arithmetic in any order equals the
+// ordered saturating one. The decimation hands over at most 4096.
 constexpr int kExactPeak = 5982;
 static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30);
 
