@@ -25,11 +25,13 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
             2 * corr_shift - energy_shift};
 }
 
-// Whether a's c²/e is greater than b's; equality does not beat. The same comparison, but b's c2 may be
-// -32768, and then its product may saturate.
+// Whether a's c²/e is greater than b's: the doubled cross products, the one with the larger exponent shifted
+// down to the other with floor, and compared. Equality does not beat. a is measured, so its c2 is -32767 at
+// least; only the product with b's c2 can need its saturation.
 //
 // For integers, p > floor(q / 2^d) is p · 2^d > q. So one comparison of floor(p · 2^-d) with q serves for
-// either sign of the difference d. Beyond 31 the shift changes no outcome: both products are within 32 bits.
+// either sign of the difference d of exponents. Beyond 31 the shift changes no outcome: both products are
+// within 32 bits.
 constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const std::int64_t product_a = a.c2 * b.energy;
     const std::int64_t product_b = mul_doubling(b.c2, a.energy);
