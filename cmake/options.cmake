@@ -1,44 +1,51 @@
-# What is built besides the library: on in a top-level build where the packages are found. Nothing here is needed
-# to build the library itself.
+# What is built besides the library. Nothing here is needed to build the library itself.
 
+option(CVSD_QOR_INSTALL "Install and package the library" ${PROJECT_IS_TOP_LEVEL})
 option(CVSD_QOR_STATIC "Build and install a static library too" OFF)
 option(CVSD_QOR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
+option(CVSD_QOR_BUILD_FUZZERS "Build the fuzz targets; clang only" OFF)
 option(CVSD_QOR_COVERAGE "Instrument everything for line and branch coverage" OFF)
+set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
 set(CVSD_QOR_SANITIZE "" CACHE STRING "Sanitizers to build everything with, for example address,undefined")
 
-# offer(NAME WHAT TARGET_OR_VARIABLE... PACKAGES): declares option NAME, on by default in a top-level build where all
-# of the named targets and variables exist; says what is left out and which Debian packages bring it.
+# As a part of another project the library comes alone.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
+
+# offer(NAME WHAT PACKAGES TARGET...): declares option NAME, on where all the targets exist. Where one is missing, says
+# what is left out and which Debian packages bring it; that is an error if the option was asked for.
 function(offer name what packages)
-  set(missing FALSE)
-  foreach(need IN LISTS ARGN)
-    if(NOT TARGET ${need} AND NOT ${need})
-      set(missing TRUE)
+  set(found TRUE)
+  foreach(target IN LISTS ARGN)
+    if(NOT TARGET ${target})
+      set(found FALSE)
     endif()
   endforeach()
-  if(NOT PROJECT_IS_TOP_LEVEL)
-    option(${name} "Build the ${what}" OFF)
-  elseif(missing)
-    option(${name} "Build the ${what}" OFF)
-    if(NOT ${name})
-      message(STATUS "Leaving out the ${what}: Debian packages that bring them: ${packages}")
-    endif()
-  else()
+  if(found)
     option(${name} "Build the ${what}" ON)
+  elseif(${name})
+    message(FATAL_ERROR "The ${what} cannot be built; Debian packages that bring what is missing: ${packages}")
+  elseif(NOT DEFINED ${name})
+    message(STATUS "Leaving out the ${what}; Debian packages that bring what is missing: ${packages}")
   endif()
 endfunction()
 
-if(PROJECT_IS_TOP_LEVEL)
-  find_package(PkgConfig QUIET)
-  find_package(GTest QUIET)
-  find_package(benchmark QUIET)
-  find_package(CLI11 QUIET)
-  if(PkgConfig_FOUND)
-    pkg_check_modules(sndfile QUIET IMPORTED_TARGET sndfile)
-    pkg_check_modules(speexdsp QUIET IMPORTED_TARGET speexdsp)
-  endif()
+find_package(PkgConfig QUIET)
+find_package(CLI11 QUIET)
+find_package(GTest QUIET)
+if(PkgConfig_FOUND)
+  pkg_check_modules(sndfile QUIET IMPORTED_TARGET sndfile)
+  pkg_check_modules(speexdsp QUIET IMPORTED_TARGET speexdsp)
+endif()
+# When cross-compiling there is no GoogleTest for the target, but its package brings the sources too.
+if(NOT GTest_FOUND AND PkgConfig_FOUND AND EXISTS /usr/src/googletest/CMakeLists.txt)
+  set(BUILD_GMOCK OFF CACHE INTERNAL "")
+  set(INSTALL_GTEST OFF CACHE INTERNAL "")
+  add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL SYSTEM)
 endif()
 
-offer(CVSD_QOR_BUILD_TESTS "tests" "libgtest-dev" GTest::gtest_main)
-offer(CVSD_QOR_BUILD_EXAMPLES "examples"
-  "libcli11-dev libsndfile1-dev libspeexdsp-dev pkg-config" CLI11::CLI11 PkgConfig::sndfile PkgConfig::speexdsp)
-offer(CVSD_QOR_BUILD_BENCHMARKS "benchmarks" "libbenchmark-dev" benchmark::benchmark)
+option(CVSD_QOR_BUILD_EXAMPLES "Build the examples" ON)
+offer(CVSD_QOR_BUILD_TESTS "tests" "libgtest-dev pkg-config" GTest::gtest_main)
+offer(CVSD_QOR_BUILD_VOICE_LINK "example voice_link" "libcli11-dev libsndfile1-dev libspeexdsp-dev pkg-config"
+  CLI11::CLI11 PkgConfig::sndfile PkgConfig::speexdsp)

@@ -1,0 +1,2 @@
+// The same program as C++17.
+#include "consumer.c"
