@@ -11,6 +11,7 @@ namespace cvsd_qor {
 constexpr std::size_t kMaxHistory = 780;    // samples
 constexpr std::size_t kMaxOverlap = 60;     // samples
 constexpr std::size_t kScratch = 824;       // samples
+constexpr std::int32_t kMinFrame = 30;      // samples; every frame is a multiple of it
 constexpr std::int32_t kMaxFrame = 120;     // samples
 constexpr std::int32_t kReconverge16k = 36; // samples
 
@@ -45,6 +46,7 @@ struct Block {
     PitchTrackerState tracker;           // 16000 Hz only
 };
 
+static_assert(kMaxFrame % kMinFrame == 0);
 static_assert(sizeof(Block) <= G711PLC_MEMORY_SIZE && alignof(Block) <= G711PLC_MEMORY_ALIGN);
 static_assert(sizeof(PlcBlock) == G711PLC_MEMORY_SIZE && alignof(PlcBlock) <= G711PLC_MEMORY_ALIGN);
 static_assert(sizeof(void *) != 8 ||
