@@ -1,0 +1,33 @@
+// Sample rate conversion of a stream, and of a whole signal at once.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+struct SpeexResamplerState_;
+
+using Samples = std::vector<std::int16_t>;
+
+class Resampler {
+public:
+    // quality is that of speexdsp, 0..10. The filter reaches over 8, 16, 32, 48, 64, 80, 96, 128, 160, 192 or
+    // 256 samples of the lower of the two rates. The output lags by half of that, which is delay().
+    Resampler(int from, int to, int quality);
+
+    // Converts a piece of any length; appends to output.
+    void run(std::span<const std::int16_t> input, Samples &output);
+
+    int delay() const; // output samples
+    // Takes the delay off: nothing comes out until the filter is half full, then the output lines up with the
+    // input. Before the first run().
+    void line_up();
+
+private:
+    std::unique_ptr<SpeexResamplerState_, void (*)(SpeexResamplerState_ *)> state_;
+    int from_, to_;
+};
+
+// The whole signal, lined up, its length in proportion.
+Samples convert(std::span<const std::int16_t> input, int from, int to, int quality);
