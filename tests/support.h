@@ -88,11 +88,9 @@ inline Samples hostile(Random &random, int n) {
             if (kind == 3) v = (phase % 2 == 0 ? INT16_MAX : INT16_MIN) >> level;
             if (kind == 4) v = (i % 2 == 0 ? INT16_MAX : INT16_MIN) >> level;
             if (kind == 5)
-                v = (at * (period - at) - period * period / 8) * 65536 / (period * period) >> level;
-            if (kind == 6)
-                v = i >= period            ? s.end()[-period] * decay / 32
-                    : random.in(0, 2) == 0 ? random.any() >> level
-                                           : 0;
+                v = (at * (period - at) - period * period / 8) * 4096 / (period * period) >> level / 2;
+            if (kind == 6) v = random.in(0, 2) == 0 ? random.any() >> level : 0;
+            if (kind == 6 && i >= period) v = s.end()[-period] * decay / 32;
             s.push_back(sample(v + (random.any() >> ripple)));
         }
     }

@@ -54,15 +54,7 @@ TEST(CoarsePitch, RulesAtTheirEdges) {
         {"second pass", 11, 6, 100, {1000, -2000, 4059, 2000}, 2, 4060, 264, 176},
         {"no peak", 12, 8, 100, {973, 1000, -2000, 1000}, 0, 972, 40, 192},
         {"silence and direct current", 1, 0, 100, {0}, 0, 1000, 40, 40},
-        {"eighth peak, the highest",
-         5,
-         0,
-         100,
-         {1000, 1000, 1000, 1000, 1000, 1000, 8999, 1000},
-         6,
-         9000,
-         80,
-         80},
+        {"eighth", 5, 0, 100, {1000, 1000, 1000, 1000, 1000, 1000, 8999, 1000}, 6, 9000, 80, 80},
     };
     for (auto edge : kEdges) {
         SCOPED_TRACE(edge.rule);

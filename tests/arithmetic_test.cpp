@@ -1,0 +1,69 @@
+// The fixed-point vocabulary against its definitions, in wide integers and one step at a time.
+#include "arith/correlation.h"
+#include "tests/support.h"
+
+namespace {
+
+using namespace cvsd_qor;
+
+std::int64_t limited(std::int64_t v) {
+    return std::clamp(v, std::int64_t{INT32_MIN}, std::int64_t{INT32_MAX});
+}
+
+// v doubled or halved k times.
+std::int64_t shifted(std::int64_t v, int k) {
+    for (; k > 0; --k) v = limited(2 * v);
+    for (; k < 0; ++k) v = v >> 1;
+    return v;
+}
+
+TEST(Arithmetic, Normalisation) {
+    for (std::int64_t w = INT32_MIN; w <= INT32_MAX; w += stride(997)) {
+        const auto v = static_cast<std::int32_t>(w);
+        const std::int64_t normal = w * (INT64_C(1) << norm32(v));
+        ASSERT_EQ(shift_left(v, norm32(v)), normal) << v;
+        ASSERT_TRUE(v == 0 ? norm32(v) == 0 : limited(normal) == normal && limited(2 * normal) != 2 * normal)
+            << v;
+    }
+    EXPECT_EQ(norm32(-1), 31);
+}
+
+TEST(Arithmetic, PairsOf16Bits) {
+    for (int a = INT16_MIN; a <= INT16_MAX; a += stride(61)) {
+        for (int b = INT16_MIN; b <= INT16_MAX; b += stride(67)) {
+            ASSERT_EQ(mul_doubling(a, b), limited(INT64_C(2) * a * b)) << a << " " << b;
+            ASSERT_EQ(mul_q15(sample(a), sample(b)), shifted(a * b, -15)) << a << " " << b;
+            if (a < 0 || a >= b) continue;
+            const int quotient = div_q15(sample(a), sample(b));
+            ASSERT_TRUE(quotient * b <= a * 32768 && (quotient + 1) * b > a * 32768) << a << " " << b;
+        }
+    }
+}
+
+TEST(Arithmetic, ShiftsSumsAndComparisons) {
+    Random random(1);
+    for (int run = 0; run < 300000; ++run) {
+        const auto value = [&] { return static_cast<std::int32_t>(random.engine()) >> random.in(0, 31); };
+        const std::int32_t a = value();
+        const std::int32_t b = value();
+        const int k = random.in(-40, 40);
+        ASSERT_EQ(add_sat(a, b), limited(std::int64_t{a} + b)) << a << " " << b;
+        ASSERT_EQ(sub_sat(a, b), limited(std::int64_t{a} - b)) << a << " " << b;
+        ASSERT_EQ(shift_left_sat32(a, k), shifted(a, k)) << a << " " << k;
+        ASSERT_EQ(shift_left_sat16(wrap16(a), k), sample(shifted(wrap16(a), k))) << wrap16(a) << " " << k;
+        const std::int64_t high = a >> 16;
+        const std::int64_t low = (a >> 1) & 0x7FFF;
+        const std::int16_t q = wrap16(b & 0x7FFF);
+        ASSERT_EQ(mul_32_by_q15(a, q), limited(2 * high * q + 2 * shifted(low * q, -15))) << a << " " << q;
+
+        const NormalisedCorrelation one = normalise(a, b);
+        NormalisedCorrelation other = normalise(value(), value());
+        if (k > 0) other.c2 = -other.c2;
+        const int d = one.exponent - other.exponent;
+        EXPECT_EQ(beats(one, other),
+                  shifted(limited(INT64_C(2) * one.c2 * other.energy), std::min(-d, 0)) >
+                      shifted(limited(INT64_C(2) * one.energy * other.c2), std::min(d, 0)));
+    }
+}
+
+} // namespace
