@@ -3,6 +3,7 @@
 option(CVSD_QOR_INSTALL "Install and package the library" ${PROJECT_IS_TOP_LEVEL})
 option(CVSD_QOR_STATIC "Build and install a static library too" OFF)
 option(CVSD_QOR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
+option(CVSD_QOR_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(CVSD_QOR_BUILD_FUZZERS "Build the fuzz targets; clang only" OFF)
 option(CVSD_QOR_COVERAGE "Instrument everything for line and branch coverage" OFF)
 set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
@@ -13,12 +14,12 @@ if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
 
-# offer(NAME WHAT PACKAGES TARGET...): declares option NAME, on where all the targets exist. Where one is missing, says
-# what is left out and which Debian packages bring it; that is an error if the option was asked for.
+# offer(NAME WHAT PACKAGES NEED...): declares option NAME, on where all needs (targets, variables) are there. Where one
+# is missing, says what is left out and which Debian packages bring it; that is an error if the option was asked for.
 function(offer name what packages)
   set(found TRUE)
-  foreach(target IN LISTS ARGN)
-    if(NOT TARGET ${target})
+  foreach(need IN LISTS ARGN)
+    if(NOT TARGET ${need} AND NOT ${need})
       set(found FALSE)
     endif()
   endforeach()
@@ -46,6 +47,6 @@ if(NOT GTest_FOUND AND PkgConfig_FOUND AND EXISTS /usr/src/googletest/CMakeLists
 endif()
 
 option(CVSD_QOR_BUILD_EXAMPLES "Build the examples" ON)
-offer(CVSD_QOR_BUILD_TESTS "tests" "libgtest-dev pkg-config" GTest::gtest_main)
+offer(CVSD_QOR_BUILD_TESTS "tests" "libgtest-dev pkg-config" GTest::gtest_main PkgConfig_FOUND)
 offer(CVSD_QOR_BUILD_VOICE_LINK "example voice_link" "libcli11-dev libsndfile1-dev libspeexdsp-dev pkg-config"
   CLI11::CLI11 PkgConfig::sndfile PkgConfig::speexdsp)
