@@ -31,7 +31,7 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
 //
 // For integers, p > floor(q / 2^d) is p · 2^d > q. So one comparison of floor(p · 2^-d) with q serves for
 // either sign of the difference d of exponents. Beyond 31 the shift changes no outcome: both products are
-// within 32 bits.
+// within 32 bits. Shifting by 32 up and 31 + d down doubles product_a on the way.
 constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const std::int64_t product_a = a.c2 * b.energy;
     const std::int64_t product_b = mul_doubling(b.c2, a.energy);

@@ -40,7 +40,6 @@ constexpr std::int32_t sub_sat(std::int32_t a, std::int32_t b) { return saturate
 
 // |v|, the most negative value giving the most positive one.
 constexpr std::int16_t abs16(std::int16_t v) { return saturate16(v < 0 ? -v : v); }
-constexpr std::int32_t abs32(std::int32_t v) { return v < 0 ? sub_sat(0, v) : v; }
 
 // --- Products -------------------------------------------------------------------------------------------
 
@@ -83,20 +82,17 @@ constexpr std::int32_t shift_left(std::int32_t v, int k) {
 // v >> k for any k >= 0: 0 or -1 from 31 on.
 constexpr std::int32_t shift_right(std::int32_t v, int k) { return v >> std::min(k, 31); }
 
-// v·2^k limited to 32 bits; for k < 0 an arithmetic right shift.
+// v·2^k limited to 32 bits; for k < 0, down to -INT32_MAX, an arithmetic right shift.
 constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
     if (k <= 0) return shift_right(v, -k);
     return saturate32(std::int64_t{v} * (std::int64_t{1} << std::min(k, 31)));
 }
 
-// v·2^k limited to 16 bits; for k < 0 an arithmetic right shift.
+// The same limited to 16 bits.
 constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) {
     if (k <= 0) return static_cast<std::int16_t>(shift_right(v, -k));
     return saturate16(std::int32_t{v} * (1 << std::min(k, 15)));
 }
-
-// The upper 16 bits, rounded to nearest (halves upward).
-constexpr std::int16_t round16(std::int32_t v) { return high_half(add_sat(v, 0x8000)); }
 
 // floor(32768·num / den) for 0 <= num < den.
 constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {
@@ -113,9 +109,8 @@ static_assert(mul_q15(32767, -1000) == -1000 && mul_q15(32767, 1000) == 999);
 static_assert(mul_32_by_q15(INT32_MIN, 32767) == -2147418112 && mul_32_by_q15(7, 16384) == 2);
 static_assert(shift_right(-5, 40) == -1 && shift_left_sat32(3, 30) == INT32_MAX);
 static_assert(shift_left_sat16(-3, 14) == -32768 && shift_left_sat16(-3, -20) == -1);
-static_assert(round16(0x7FFFFFFF) == 32767 && round16(-0x8000) == 0 && round16(-0x8001) == -1);
 static_assert(add_sat(INT32_MAX, 1) == INT32_MAX && add_sat(INT32_MIN, -1) == INT32_MIN &&
               add_sat(-5, 9) == 4);
-static_assert(abs16(INT16_MIN) == 32767 && abs32(INT32_MIN) == INT32_MAX);
+static_assert(abs16(INT16_MIN) == 32767);
 
 } // namespace cvsd_qor

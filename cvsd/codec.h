@@ -59,7 +59,8 @@ struct Codec {
     // The new step, then the accumulator from its leaked value by 1/16 of it: up for down = 0, down for -1.
     //
     // Both branches go one way for long: between two runs the step decays by what it has grown, which takes 8
-    // samples at the largest step and hundreds at a small one; only at its clamp do runs follow each other.
+    // samples at the largest step and hundreds at a small one. Runs follow each other only while the signal
+    // is steeper than the step.
     void move(std::int32_t leaked, bool run, std::int32_t down) {
         if (run) [[unlikely]] {
             step = grown(step);

@@ -58,7 +58,7 @@ extern "C" {
 /*
  * The state of one direction of one stream; encoder and decoder records are alike, 12 bytes. A
  * plain record: it may be moved or copied between calls. A copy goes on from where the original
- * stood.
+ * stood. Contents outside the ranges below are brought into them when a call begins.
  */
 typedef struct CvsdState {
     int32_t accumulator; /* reconstructed signal, 64 units per PCM unit      -2097151..2097151             */
@@ -301,7 +301,7 @@ typedef struct PitchTrackerState {
     int16_t coarse_pitch;   /* coarse pitch of the latest frame                                   36..324  */
     int16_t tracked_pitch;  /* the result: pitch of the latest frame                              40..321  */
     int16_t decim_mem[60];  /* samples, oldest first: the last 60 of the latest frame                      */
-    int16_t decim_exp;      /* block exponent of decim_hist                                        -6..37  */
+    int16_t decim_exp;      /* block exponent of decim_hist                                        -3..37  */
     int16_t decim_hist[56]; /* samples at 2000 Hz, oldest first, shifted left by decim_exp                 */
     int16_t *scratch;       /* work area, 824 samples; nothing in it survives a call                       */
 } PitchTrackerState;
@@ -339,7 +339,7 @@ CVSD_QOR_API void PLC_Decim(int16_t *in, int16_t *out, PitchTrackerState *state)
 CVSD_QOR_API uint16_t PLC_CoarsePitch(const PitchTrackerState *state, const int16_t *dec, int16_t prev);
 
 /*
- * Refines a coarse pitch by at most 3 samples on the full-rate signal.
+ * Refines a coarse pitch on the full-rate signal: searches the lags within 3 samples of it and 40..320.
  *
  *   state         in     1 record     not read
  *   amp_ratio     out    1 value      this and the next five: as the fields of the same names
@@ -351,7 +351,7 @@ CVSD_QOR_API uint16_t PLC_CoarsePitch(const PitchTrackerState *state, const int1
  *   sig_hist      in     samples      561, oldest first
  *   coarse_pitch  in     samples      36..324; others are taken as the nearest of 0..436
  *
- * Returns the pitch. For a coarse pitch within 36..324 it is 40..321.
+ * Returns the pitch: 40..321, and up to 433 where the coarse pitch is beyond 324.
  */
 CVSD_QOR_API int16_t PLC_RefinePitch(const PitchTrackerState *state, int16_t *amp_ratio, int32_t *lag_corr,
                                      int32_t *lag_energy, int16_t *amp_weight, int16_t *refine_len,

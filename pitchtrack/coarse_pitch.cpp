@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdint>
 
 using namespace cvsd_qor;
@@ -26,9 +25,9 @@ constexpr auto kMultipleThreshold = std::to_array(MPTH);
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
-constexpr int kNewest = 70;  // index of the newest decimated sample
-constexpr int kWindow = 30;  // decimated samples
-constexpr int kVectors = 32; // kWindow rounded up to whole vectors
+constexpr int kNewest = 70; // index of the newest decimated sample
+constexpr int kWindow = 30; // decimated samples
+constexpr int kPadded = 32; // kWindow rounded up to whole vectors
 constexpr int kOldest = kNewest - kWindow + 1;
 constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::size_t kMaxPeaks = 7;
@@ -95,13 +94,14 @@ bool is_exact(const std::int16_t *dec) {
 }
 
 void correlate(const std::int16_t *dec, Lags &lags) {
-    // Zeros behind the window make it whole vectors; from no lag does that reach beyond dec.
-    static_assert(kOldest - kFirstLag + kVectors <= kNewest + 1);
-    std::array<std::int16_t, kVectors> window{};
+    // Zeros behind the window make it whole vectors. Even at the shortest lag the rounded length ends within
+    // dec.
+    static_assert(kOldest - kFirstLag + kPadded <= kNewest + 1);
+    std::array<std::int16_t, kPadded> window{};
     std::copy_n(dec + kOldest, kWindow, window.begin());
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
         std::int32_t corr = 0;
-        for (int i = 0; i < kVectors; ++i)
+        for (int i = 0; i < kPadded; ++i)
             corr += window[static_cast<std::size_t>(i)] * dec[kOldest - lag + i];
         lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
     }
@@ -166,13 +166,14 @@ void normalise_lags(Lags &lags) {
 
 // Indices of the lags of positive correlation that beat both neighbours, the first kMaxPeaks of them.
 struct Peaks {
-    std::array<std::size_t, kLags / 2> at; // no two peaks are neighbours
+    std::array<std::size_t, kLags / 2>
+        at; // 18 where every second inner lag is a peak, and one to write behind
     std::size_t count;
 };
 
-// One comparison of two neighbours answers for both whether it beats the other: the cross products of
-// beats(), the one with the larger exponent shifted down, are either greater, less or equal. No measured c2
-// is -32768, so they need no saturation.
+// Two neighbours need one pair of cross products, as in beats(): the first beats the second if its product is
+// greater, and the second the first if it is less. No measured c2 is -32768, so the products need no
+// saturation.
 Peaks find_peaks(const Lags &lags) {
     PerLag<std::int32_t> here;
     PerLag<std::int32_t> before;

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 
 using namespace cvsd_qor;
 
@@ -52,8 +51,8 @@ struct Filtered {
     int exponent; // the left shifts that leave the largest magnitude its headroom
 };
 
-// One accumulator for the last sample of each group of 8. The highest bit of the largest magnitude is the
-// highest of all of them together.
+// One accumulator for the last sample of each group of 8. All that matters of the largest magnitude is its
+// highest bit, which is the highest bit set in any.
 Filtered filter(const std::int16_t *in) {
     Filtered f;
     std::int32_t bits = 2;
@@ -69,7 +68,7 @@ Filtered filter(const std::int16_t *in) {
     return f;
 }
 
-// The same for the samples that go into the history.
+// The left shifts that leave the samples which go into the history their headroom.
 int headroom_of(const Output &out) {
     std::uint16_t bits = 1;
     for (std::size_t j = kNew; j < out.size(); ++j)
@@ -108,9 +107,9 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     std::copy_n(common.data(), kOutput, out);
 
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
-    // that the common exponent dropped; its last 16 samples come from the output. Shifted by the headroom,
-    // the output is below 2^12 in magnitude, and the stored form exceeds that by less than 2^headroom, at
-    // most 2^11: nothing saturates.
+    // that the common exponent dropped; its last 16 samples come from the output. With 2^p above every |v >>
+    // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is below
+    // 2^12, so nothing saturates, and no output is beyond 4096.
     const int headroom = headroom_of(common);
     constexpr std::size_t kStays = kHistory - kNew - 1;
     const BlockShift restore(headroom - drop);

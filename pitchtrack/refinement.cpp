@@ -18,8 +18,7 @@ constexpr int kShortest = 40; // lags, samples
 constexpr int kLongest = 320;
 constexpr int kReach = 3; // lags tried on either side
 
-// Eight lags are correlated at once, of which at most seven count, and windows are rounded up to eight
-// samples.
+// Windows are rounded up to whole vectors, and lags are correlated together, up to seven of them.
 constexpr int kVector = 8;
 static_assert(2 * kReach + 1 < kVector);
 
@@ -61,11 +60,12 @@ std::int32_t coarse_energy(const std::int16_t *samples, int n) {
 // Whether no sum of the search can leave 32 bits: then plain sums in any order equal the ordered saturating
 // ones.
 //
-// Be q = h >> 3 for a sample h of the history and s = h >> shift for a searched one: |s| <= 2^(3-shift)·|q|
+// With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, |s| <= 2^(3-shift)·|q|
 // + 8. With Q the sum of q² over at most 128 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 91. A
 // partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
-// the window's (Cauchy-Schwarz). Below 31/32 of 2^31 on either side leaves room for the 91: the window's norm
-// is at most 8·sqrt(120)·4096 + 91.
+// the window's (Cauchy-Schwarz). Taking 31/32 of the limit for the segments' Q, and its square for the
+// product of both, leaves room for the 91: the window's Q is at most 120·4096², its root below 44870; the
+// root of the limit is below 5702.
 bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
     constexpr std::int64_t limit = INT64_C(31) << (25 - 5);
     static_assert(64 * limit + 91 * (8 * 44870 + 8 * 5702) + 91 * 91 <= INT32_MAX);
@@ -73,8 +73,8 @@ bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
     return segments_q <= scaled_limit && segments_q * window_q <= scaled_limit * scaled_limit;
 }
 
-// Index k is for lag first + kVector - 1 - k, so that indices and samples run alike; 0 is for one lag too
-// many. With zeros behind the window n may be rounded up.
+// Correlations of the window with segments that begin k samples on from `segments`: index k is for lag
+// first + kVector - 1 - k. Index 0 would be a lag too many. With zeros behind the window n may be rounded up.
 Correlations correlate(const std::int16_t *window, const std::int16_t *segments, int n) {
     Correlations c{};
     for (int i = 0; i < n; ++i) {

@@ -26,6 +26,6 @@ std::int32_t PLC_PitchTracker(PitchTrackerState *state, const std::int16_t *fram
         PLC_RefinePitch(state, &state->amp_ratio, &state->lag_corr, &state->lag_energy, &state->amp_weight,
                         &state->refine_len, &state->scale_shift, state->sig_hist, state->coarse_pitch);
 
-    std::copy_n(state->sig_hist + kFrame, kPast, state->sig_hist);
+    std::copy(state->sig_hist + kFrame, state->sig_hist + kSignal, state->sig_hist);
     return 0;
 }

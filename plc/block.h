@@ -35,15 +35,14 @@ struct Block {
     std::int32_t syn_pos; // read position in the repeated segment, 0..syn_len
     std::int32_t syn_len; // the repeated segment: the last syn_len samples of pitch_buf
 
-    std::int16_t history[kMaxHistory]; // [0..history_len-1] oldest first, with concealed frames in place
-    std::int16_t
-        last_quarter[kMaxOverlap];       // [0..ola_len-1] the end of pitch_buf as it was when the loss began
-    std::int16_t *syn_start;             // pitch_buf_end - syn_len
-    std::int16_t *pitch_buf_end;         // pitch_buf + history_len
-    std::int32_t reconverge_len;         // samples of the first good frame that stay synthetic
-    std::int16_t scratch[kScratch];      // work area of one call
-    std::int16_t pitch_buf[kMaxHistory]; // [0..history_len-1] the history as it was when the loss began
-    PitchTrackerState tracker;           // 16000 Hz only
+    std::int16_t history[kMaxHistory];      // [0..history_len-1] oldest first, with concealed frames in place
+    std::int16_t last_quarter[kMaxOverlap]; // [0..ola_len-1] the end of pitch_buf before the loss altered it
+    std::int16_t *syn_start;                // pitch_buf_end - syn_len
+    std::int16_t *pitch_buf_end;            // pitch_buf + history_len
+    std::int32_t reconverge_len;            // samples of the first good frame that stay synthetic
+    std::int16_t scratch[kScratch];         // work area of one call
+    std::int16_t pitch_buf[kMaxHistory];    // [0..history_len-1] the history as it was when the loss began
+    PitchTrackerState tracker;              // 16000 Hz only
 };
 
 static_assert(kMaxFrame % kMinFrame == 0);

@@ -33,8 +33,9 @@ void start_tracker(Block &b) {
 std::int32_t g711plc_GetMemorySize_v2() { return G711PLC_MEMORY_SIZE; }
 
 std::int32_t g711plc_construct_v2(PlcBlock *block, std::int32_t sample_rate) {
+    Block &b =
+        *new (block) Block; // first: a fill made before the object's lifetime need not outlast its beginning
     std::memset(block, 0, G711PLC_MEMORY_SIZE);
-    Block &b = *new (block) Block;
     b.sample_rate = sample_rate;
     if (sample_rate == 8000) {
         set_rate(b, 30, 30, 120);

@@ -19,8 +19,8 @@ struct Pair {
     std::int32_t here, next;
 };
 
-// Of the newest speech with itself at one lag and at a lag kStep shorter. Two at a time share its loads,
-// which makes the search 10 % faster than one by one; out of line, as the loop is long when unrolled.
+// The correlations at one shift and at kStep more. Two at a time share the loads of the newest speech, which
+// makes the search 10 % faster than one by one; out of line, as the loop is long when unrolled.
 [[gnu::noinline]] Pair correlations(const std::int16_t *newest, const std::int16_t *earlier) {
     Pair sum{};
     for (int i = 0; i < kWindow; ++i) {
@@ -52,8 +52,8 @@ std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
         }
     }
 
-    // The one sample that shift 0 reads before `earliest` is in the buffer. Neighbours beyond the range do
-    // not count; if the lower one is better, the upper one is not looked at.
+    // Neighbours beyond the range do not count, though they can be read: the buffer goes on. If the lower one
+    // is better, the upper one is not looked at.
     const Pair beside = correlations(newest, earliest + shift - 1);
     static_assert(kStep == 2);
     if (beside.here > best && shift > 0) {
