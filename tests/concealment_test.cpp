@@ -115,9 +115,9 @@ TEST(Construction, RestartsAUsedBlock) {
         for (std::size_t at = 0; at < s.size(); at += 120)
             (random.in(0, 2) == 0 ? g711plc_dofe_v2 : g711plc_addtohistory_v2)(&memory[1], &s[at]);
         EXPECT_EQ(all(&cvsd_qor::unwrap(&memory[1]).tracker, sizeof(PitchTrackerState), 0), rate == 8000);
-        EXPECT_NE(std::memcmp(&fresh, &memory[1], sizeof fresh), 0);
+        EXPECT_NE(std::memcmp(&fresh, memory[1].opaque.bytes, sizeof fresh), 0);
         ASSERT_EQ(g711plc_construct_v2(&memory[1], rate), 0);
-        EXPECT_EQ(std::memcmp(&fresh, &memory[1], sizeof fresh), 0);
+        EXPECT_EQ(std::memcmp(&fresh, memory[1].opaque.bytes, sizeof fresh), 0);
         EXPECT_TRUE(all(&memory[0], sizeof(PlcBlock), 0xA5) && all(&memory[2], sizeof(PlcBlock), 0xA5));
     }
 }
