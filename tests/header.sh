@@ -1,6 +1,6 @@
 #!/bin/sh
 # The public header under every language standard that it names, and the receiver's loop that it shows, run.
-# usage: header.sh HEADER_DIRECTORY LIBRARY    (CC and CXX in the environment)
+# usage: header.sh HEADER_DIRECTORY LIBRARY    (CC, CXX and EMULATOR in the environment)
 set -eu
 headers=$1
 library=$2
@@ -61,4 +61,4 @@ END
 } >loop.c
 # shellcheck disable=SC2086
 "${CC:-cc}" -std=c89 $warnings -I"$headers" loop.c -o loop "$library" -Wl,-rpath,"$(dirname "$library")"
-./loop
+${EMULATOR:-} ./loop
