@@ -1,5 +1,5 @@
 #!/bin/sh
-# Every fenced block of the pages, by its language:
+# Every link of the pages, and every fenced block by its language:
 #   c        compiled; if it is a program, run. A block `text` behind it is what it prints
 #   cmake    put into a project that has the sources in cvsd_qor/ or finds the installed tree; its program is run
 #   python   run, likewise
@@ -76,6 +76,10 @@ for page in README.md CONTRIBUTING.md "$tree"/docs/*.md; do
         }
         /^ *```/ { inside = 0; close(file); next }
         inside { print substr($0, indent) > file }' "$tree/$page"
+    # Links within the tree; those to headings are not looked at.
+    grep -oE '\]\([^)#:]+' "$tree/$page" | cut -c3- | while read -r link; do
+        [ -e "$tree/$(dirname "$page")/$link" ] || { echo "$page links to $link, which is not there"; exit 1; }
+    done
     previous=
     for file in "$blocks"/[0-9][0-9][0-9].*; do
         [ -e "$file" ] || continue
