@@ -349,9 +349,9 @@ CVSD_QOR_API uint16_t PLC_CoarsePitch(const PitchTrackerState *state, const int1
  *   refine_len    out    1 value
  *   scale_shift   out    1 value
  *   sig_hist      in     samples      561, oldest first
- *   coarse_pitch  in     samples      36..324; others are taken as the nearest of 0..436
+ *   coarse_pitch  in     samples      36..324; others are taken as the nearest of 0..444
  *
- * Returns the pitch: 40..321, and up to 433 where the coarse pitch is beyond 324.
+ * Returns the pitch: 40..321, and up to 441 where the coarse pitch is beyond 324.
  */
 CVSD_QOR_API int16_t PLC_RefinePitch(const PitchTrackerState *state, int16_t *amp_ratio, int32_t *lag_corr,
                                      int32_t *lag_energy, int16_t *amp_weight, int16_t *refine_len,

@@ -18,27 +18,27 @@ constexpr int kShortest = 40; // lags, samples
 constexpr int kLongest = 320;
 constexpr int kReach = 3; // lags tried on either side
 
-// Windows are rounded up to whole vectors, and lags are correlated together, up to seven of them.
+// Windows are rounded up to whole vectors. Up to seven lags are correlated together, an eighth where that
+// makes a vector.
 constexpr int kVector = 8;
-static_assert(2 * kReach + 1 < kVector);
+constexpr int kLags = 2 * kReach + 1;
+static_assert(kMaxWindow % kVector == 0 && kLags <= kVector);
 
 // Beyond these the window would be negative or a segment would begin before the history. The coarse search
 // stays within 36..324.
 constexpr int kCoarseMin = 0;
-constexpr int kCoarseMax = kSignal - kMaxWindow + kReach - kVector;
+constexpr int kCoarseMax = kSignal - kMaxWindow + kReach;
 
 // What is searched.
 struct Task {
     const std::int16_t *window; // the newest n samples; behind them zeros up to a multiple of kVector
     int n;
-    int first;               // lags
-    int last;                // below first where only first is tried
+    int first, last;         // lags, kLags of them at the most
     const std::int16_t *end; // one past the newest sample
 
     int rounded() const { return (n + kVector - 1) & -kVector; }
     const std::int16_t *segment(int lag) const { return end - n - lag; }
 };
-static_assert(kMaxWindow % kVector == 0);
 
 using Correlations = std::array<std::int32_t, kVector>;
 
@@ -61,24 +61,24 @@ std::int32_t coarse_energy(const std::int16_t *samples, int n) {
 // ones.
 //
 // With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, |s| <= 2^(3-shift)·|q|
-// + 8. With Q the sum of q² over at most 128 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 91. A
+// + 8. With Q the sum of q² over at most 136 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 94. A
 // partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
 // the window's (Cauchy-Schwarz). Taking 31/32 of the limit for the segments' Q, and its square for the
-// product of both, leaves room for the 91: the window's Q is at most 120·4096², its root below 44870; the
+// product of both, leaves room for the 94: the window's Q is at most 120·4096², its root below 44870; the
 // root of the limit is below 5702.
 bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
     constexpr std::int64_t limit = INT64_C(31) << (25 - 5);
-    static_assert(64 * limit + 91 * (8 * 44870 + 8 * 5702) + 91 * 91 <= INT32_MAX);
+    static_assert(64 * limit + 94 * (8 * 44870 + 8 * 5702) + 94 * 94 <= INT32_MAX);
     const std::int64_t scaled_limit = limit << 2 * shift;
     return segments_q <= scaled_limit && segments_q * window_q <= scaled_limit * scaled_limit;
 }
 
-// Correlations of the window with segments that begin k samples on from `segments`: index k is for lag
-// first + kVector - 1 - k. Index 0 would be a lag too many. With zeros behind the window n may be rounded up.
+// Correlations of the window with the segments that begin k samples on from that of the last lag: index k is
+// for the lag k less. With zeros behind the window n may be rounded up.
 Correlations correlate(const std::int16_t *window, const std::int16_t *segments, int n) {
     Correlations c{};
     for (int i = 0; i < n; ++i) {
-        for (int k = 1; k < kVector; ++k) c[static_cast<std::size_t>(k)] += window[i] * segments[i + k];
+        for (int k = 0; k < kLags; ++k) c[static_cast<std::size_t>(k)] += window[i] * segments[i + k];
     }
     return c;
 }
@@ -108,19 +108,19 @@ std::int32_t energy(const std::int16_t *samples, int n) {
 }
 
 Best search(const Task &t, bool exact) {
-    const std::int16_t *segments = t.segment(t.first + kVector - 1);
+    const std::int16_t *segments = t.segment(t.last);
     const Correlations corr =
         exact ? correlate(t.window, segments, t.rounded()) : correlate_saturating(t.window, segments, t.n);
     const std::int16_t *segment = t.segment(t.first);
     std::int32_t e = exact ? energy(segment, t.n) : energy_saturating(segment, t.n);
 
-    const std::int32_t first_corr = std::max(corr[kVector - 1], INT32_C(-1));
+    const std::int32_t first_corr = std::max(corr[static_cast<std::size_t>(t.last - t.first)], INT32_C(-1));
     Best best{t.first, first_corr, e, normalise(first_corr, e)};
     for (int lag = t.first + 1; lag <= t.last; ++lag) {
         const std::int16_t leaving = segment[t.n - 1];
         const std::int16_t entering = *--segment;
         e = add_sat(sub_sat(e, mul(leaving, leaving)), mul(entering, entering));
-        const std::int32_t c = corr[static_cast<std::size_t>(t.first + kVector - 1 - lag)];
+        const std::int32_t c = corr[static_cast<std::size_t>(t.last - lag)];
         if (c <= 0 || e <= 0) continue;
         const NormalisedCorrelation record = normalise(c, e);
         if (beats(record, best.record)) best = {lag, c, e, record};
@@ -161,7 +161,7 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     const int pitch = std::clamp<int>(coarse_pitch, kCoarseMin, kCoarseMax);
     const int n = std::min(pitch, kMaxWindow);
     const int first = std::max(pitch - kReach, kShortest);
-    const int last = std::min(pitch + kReach, kLongest);
+    const int last = std::max(std::min(pitch + kReach, kLongest), first);
 
     const std::int16_t *end = sig_hist + kSignal;
 
@@ -169,8 +169,9 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     // alone.
     const std::int32_t first_q = coarse_energy(end - n - first, n);
     const int shift = std::max((7 - norm32(first_q)) >> 1, 0);
+    // All segments that are correlated lie within a vector before and behind the first lag's.
     const std::int64_t segments_q =
-        std::int64_t{first_q} + coarse_energy(end - n - first - kVector, kVector); // one lag more than needed
+        std::int64_t{first_q} + coarse_energy(end - n - last, kVector) + coarse_energy(end - first, kVector);
     const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
 
     std::array<std::int16_t, kSignal> scaled;
