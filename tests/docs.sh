@@ -6,7 +6,7 @@
 #   sh       run in a copy of the tree; scripts of the tree must be among those that CI runs, and are not run again here
 # What says "not run in CI", a line of sh or a block of anything else, is passed over. Blocks without a language are
 # drawings.
-# usage: docs.sh TREE PREFIX    PREFIX: the installed tree; CC and CXX in the environment
+# usage: docs.sh TREE PREFIX    PREFIX: the installed tree; CC, CXX and CMAKE_GENERATOR in the environment
 set -eu
 tree=$1
 prefix=$2
