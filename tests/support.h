@@ -91,7 +91,7 @@ inline Samples hostile(Random &random, int n) {
                 v = (at * (period - at) - period * period / 8) * 4096 / (period * period) >> level / 2;
             if (kind == 6) v = random.in(0, 2) == 0 ? random.any() >> level : 0;
             if (kind == 6 && i >= period) v = s.end()[-period] * decay / 32;
-            s.push_back(sample(v + (random.any() >> ripple)));
+            s.push_back(sample(v + random.any() / (1 << ripple)));
         }
     }
     return s;
@@ -126,17 +126,17 @@ inline Samples speech(int rate) {
 // Whole bytes of samples, and back.
 inline Bytes encode(CvsdState &state, const Samples &pcm) {
     Bytes bits(pcm.size() / 8);
-    auto samples = static_cast<std::int32_t>(pcm.size());
-    auto bytes = static_cast<std::int32_t>(bits.size());
-    CVSD_ENC_Process(&state, pcm.data(), &samples, bits.data(), &bytes);
+    auto left = static_cast<std::int32_t>(pcm.size());
+    auto written = left / 8;
+    CVSD_ENC_Process(&state, pcm.data(), &left, bits.data(), &written);
     return bits;
 }
 
 inline Samples decode(CvsdState &state, const Bytes &bits) {
     Samples pcm(8 * bits.size());
-    auto bytes = static_cast<std::int32_t>(bits.size());
-    auto samples = static_cast<std::int32_t>(pcm.size());
-    CVSD_DEC_Process(&state, bits.data(), &bytes, pcm.data(), &samples);
+    auto left = static_cast<std::int32_t>(bits.size());
+    auto written = 8 * left;
+    CVSD_DEC_Process(&state, bits.data(), &left, pcm.data(), &written);
     return pcm;
 }
 
@@ -145,9 +145,9 @@ struct Stream {
     PlcBlock block;
     cvsd_qor::Block &b = cvsd_qor::unwrap(&block);
     explicit Stream(int rate) { EXPECT_EQ(g711plc_construct_v2(&block, rate), 0); }
-    // The frame that begins at a sample of s, received or lost; returns the output.
-    Samples frame(const Samples &s, std::size_t at, bool lost) {
-        Samples f(&s.at(at), &s.at(at) + b.frame_len);
+    // The output for a frame, received or lost.
+    Samples frame(const std::int16_t *from, bool lost) {
+        Samples f(from, from + b.frame_len);
         (lost ? g711plc_dofe_v2 : g711plc_addtohistory_v2)(&block, f.data());
         return f;
     }
