@@ -25,7 +25,10 @@ inline std::int16_t sample(std::int64_t v) {
 }
 
 // Sweeps of a whole domain take each n-th value, and every one with EXHAUSTIVE set in the environment.
-inline int stride(int n) { return std::getenv("EXHAUSTIVE") != nullptr ? 1 : n; }
+inline int stride(int n) {
+    static const bool exhaustive = std::getenv("EXHAUSTIVE") != nullptr;
+    return exhaustive ? 1 : n;
+}
 
 // The same numbers on every machine, which the standard distributions do not promise.
 struct Random {
