@@ -14,11 +14,11 @@ void encode_block(Codec &codec, std::uint32_t &history, const std::int16_t *pcm,
     for (std::int32_t i = 0; i < bytes; ++i) {
         for (int k = 0; k < 8; ++k) {
             const std::int32_t leaked = leak(codec.accumulator);
-            // Both lie within ±2^21 + 31, so the difference cannot overflow and its sign is the comparison.
-            const std::int32_t down = (target[8 * i + k] - leaked) >> 31;
-            history = history >> 1 | (static_cast<std::uint32_t>(down) & 0x80000000U);
+            // Both lie within ±2^21 + 31, so their difference cannot overflow and its sign is the bit.
+            const std::int32_t difference = target[8 * i + k] - leaked;
+            history = history >> 1 | (static_cast<std::uint32_t>(difference) & 0x80000000U);
             const bool run = history + 0x10000000U < 0x20000000U; // the top four bits are 1111 or 0000
-            codec.move(leaked, run, down);
+            codec.move(leaked, run, difference >> 31);
         }
         bits[i] = static_cast<std::uint8_t>(history >> 24);
     }
