@@ -12,7 +12,7 @@ tree=$1
 prefix=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export HOME="$work" PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
+export PYTHONDONTWRITEBYTECODE=1 HOME="$work" PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
 export CMAKE_PREFIX_PATH="$prefix" CVSD_QOR_LIBRARY="$prefix/lib/libcvsd_qor.so" PYTHONPATH="$tree/examples"
 unset DESTDIR
 
