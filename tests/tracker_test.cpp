@@ -89,11 +89,12 @@ TEST(Refinement, WorkedFigures) {
         EXPECT_EQ(refine(pulses(561, 100, 0, {20000}), p),
                   (Refined{100, 16384, 384, p, 0, 400000000, 400000000}));
     EXPECT_EQ(refine(sine(561, 101), 99), (Refined{101, 16384, 384, 99, 1, 1255668129, 1255668129}));
-    // Loud samples that the scale, judged by the first lag, does not see: the correlation saturates.
+    // Loud samples that come in behind the first lag, by which the scale is judged: the sums saturate.
     Samples s(561);
-    std::fill(s.begin() + 238, s.begin() + 364, std::int16_t{4230});
-    std::fill(s.begin() + 441, s.end(), INT16_MAX);
-    EXPECT_EQ(refine(s, 200), (Refined{197, 16384, 384, 120, 0, INT32_MAX, 2147148000}));
+    s[300] = 100;
+    std::fill(s.begin() + 238, s.begin() + 244, INT16_MIN);
+    std::fill(s.begin() + 441, s.begin() + 447, INT16_MIN);
+    EXPECT_EQ(refine(s, 200), (Refined{199, 16384, 384, 120, 0, INT32_MAX, INT32_MAX}));
     // The running energy saturates and then falls below zero at the lags 202 and 203, the only ones that
     // correlate.
     s.assign(561, 0);
@@ -102,6 +103,11 @@ TEST(Refinement, WorkedFigures) {
     s[358] = s[359] = 300;
     s[445] = -20000;
     EXPECT_EQ(refine(s, 200), (Refined{197, 4954, 116, 120, 0, 0, INT32_MAX}));
+    // The least that correlates.
+    s.assign(561, 0);
+    s[363] = s[560] = -1;
+    s[245] = s[445] = 1;
+    EXPECT_EQ(refine(s, 200), (Refined{200, 16384, 384, 120, 0, 1, 1}));
 }
 
 TEST(PitchTracker, ChainsOfKnownPeriod) {
