@@ -23,6 +23,17 @@ TEST(Decimation, LevelsThatJump) {
     }
 }
 
+// The first accumulator is one below -309.5 units of the output.
+TEST(Decimation, RoundsToTheNearest) {
+    Stream stream(16000);
+    std::int16_t in[180] = {};
+    std::int16_t out[71];
+    in[67] = -16777;
+    std::fill(in + 165, in + 180, sample(5000)); // for an exponent of 0
+    PLC_Decim(in, out, &stream.b.tracker);
+    EXPECT_EQ(out[56], -310);
+}
+
 // Each rule of the coarse search where it turns: with one height one unit apart the pitch is another.
 TEST(CoarsePitch, RulesAtTheirEdges) {
     struct {
@@ -58,6 +69,12 @@ TEST(CoarsePitch, RulesAtTheirEdges) {
     Samples tie(71); // of the lags 30 and 36
     tie[70] = tie[40] = tie[34] = tie[8] = 5000;
     EXPECT_EQ(coarse(tie, 100), 240);
+    // One loud sample, which takes part in the longest lag alone.
+    Samples loud(71);
+    loud[0] = INT16_MIN;
+    loud[30] = loud[70] = 5000;
+    loud[41] = -1000;
+    EXPECT_EQ(coarse(loud, 100), 320);
     // Near is within a quarter of the previous pitch.
     for (int prev = -25000; prev <= INT16_MAX; prev += prev > 60 && prev < 150 ? 1 : stride(31))
         EXPECT_EQ(coarse(pulses(71, 12, 7, {3000, -2000, 4000, 1486}), prev),
