@@ -26,7 +26,7 @@ if(CVSD_QOR_SANITIZE)
   add_link_options(-fsanitize=${CVSD_QOR_SANITIZE})
 endif()
 if(CVSD_QOR_COVERAGE)
-  add_compile_options(--coverage)
+  add_compile_options(--coverage -fprofile-update=atomic) # a test runs on several threads
   add_link_options(--coverage)
 endif()
 
