@@ -51,11 +51,6 @@ TEST(Arithmetic, ShiftsSumsAndComparisons) {
         ASSERT_EQ(sub_sat(a, b), limited(std::int64_t{a} - b)) << a << " " << b;
         ASSERT_EQ(shift_left_sat32(a, k), shifted(a, k)) << a << " " << k;
         ASSERT_EQ(shift_left_sat16(wrap16(a), k), sample(shifted(wrap16(a), k))) << wrap16(a) << " " << k;
-        const std::int64_t high = a >> 16;
-        const std::int64_t low = (a >> 1) & 0x7FFF;
-        const std::int16_t q = wrap16(b & 0x7FFF);
-        ASSERT_EQ(mul_32_by_q15(a, q), limited(2 * high * q + 2 * shifted(low * q, -15))) << a << " " << q;
-
         const NormalisedCorrelation one = normalise(a, b);
         NormalisedCorrelation other = normalise(value(), value());
         if (k > 0) other.c2 = -other.c2;

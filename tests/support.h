@@ -88,8 +88,8 @@ inline Samples hostile(Random &random, int n) {
             if (kind == 0) v = random.any() >> level;
             if (kind == 1) v = kExtremes[random.in(0, 5)];
             if (kind == 2) v = at == 0 ? INT16_MAX >> level : 0;
-            if (kind == 3) v = (phase % 2 == 0 ? INT16_MAX : INT16_MIN) >> level;
-            if (kind == 4) v = (i % 2 == 0 ? INT16_MAX : INT16_MIN) >> level;
+            if (kind == 3 || kind == 4)
+                v = ((kind == 3 ? phase : i) % 2 == 0 ? INT16_MAX : INT16_MIN) >> level;
             if (kind == 5)
                 v = (at * (period - at) - period * period / 8) * 4096 / (period * period) >> level / 2;
             if (kind == 6) v = random.in(0, 2) == 0 ? random.any() >> level : 0;
@@ -154,8 +154,6 @@ struct Stream {
         (lost ? g711plc_dofe_v2 : g711plc_addtohistory_v2)(&block, f.data());
         return f;
     }
-    // The frame that the last call stored.
-    std::int16_t *newest() { return b.history + b.history_len - b.frame_len; }
 };
 
 inline int coarse(const Samples &decimated, int prev) {
