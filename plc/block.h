@@ -15,6 +15,10 @@ constexpr std::int32_t kMinFrame = 30;      // samples; every frame is a multipl
 constexpr std::int32_t kMaxFrame = 120;     // samples
 constexpr std::int32_t kReconverge16k = 36; // samples
 
+// The narrowband pitch search is written for these values, which the block only documents.
+constexpr std::int32_t kDecim = 2;     // shifts
+constexpr std::int32_t kCorrLen = 120; // samples
+
 struct Block {
     // Set by construction for the rate, constant afterwards. Samples unless another unit is given.
     std::int32_t frame_len;

@@ -13,8 +13,8 @@ void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int
     b.pitch_min = pitch_min;
     b.pitch_max = pitch_max;
     b.ola_max = pitch_max / 4;
-    b.decim = 2;
-    b.corr_len = 120;
+    b.decim = kDecim;
+    b.corr_len = kCorrLen;
     b.pitch_range = pitch_max - pitch_min;
     b.corr_buf_len = b.corr_len + pitch_max;
     b.history_len = 3 * pitch_max + b.ola_max; // three periods and the overlap before them

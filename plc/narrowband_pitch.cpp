@@ -8,24 +8,22 @@ using namespace cvsd_qor;
 
 namespace {
 
-constexpr int kWindow = 120; // corr_len at both rates
-constexpr int kStep = 2;     // decim at both rates
 constexpr int kProductShift = 7;
 
 // With a product of at most 2^30 shifted right by 7 a window's sum stays below 2^31: it needs no saturation.
-static_assert((std::int64_t{kWindow} << (30 - kProductShift)) <= INT32_MAX);
+static_assert((std::int64_t{kCorrLen} << (30 - kProductShift)) <= INT32_MAX);
 
 struct Pair {
     std::int32_t here, next;
 };
 
-// The correlations at one shift and at kStep more. Two at a time share the loads of the newest speech, which
+// The correlations at one shift and at kDecim more. Two at a time share the loads of the newest speech, which
 // makes the search 10 % faster than one by one; out of line, as the loop is long when unrolled.
 [[gnu::noinline]] Pair correlations(const std::int16_t *newest, const std::int16_t *earlier) {
     Pair sum{};
-    for (int i = 0; i < kWindow; ++i) {
+    for (int i = 0; i < kCorrLen; ++i) {
         sum.here += (newest[i] * earlier[i]) >> kProductShift;
-        sum.next += (newest[i] * earlier[i + kStep]) >> kProductShift;
+        sum.next += (newest[i] * earlier[i + kDecim]) >> kProductShift;
     }
     return sum;
 }
@@ -34,28 +32,28 @@ struct Pair {
 
 std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
     const Block &b = unwrap(block);
-    const std::int16_t *newest = b.pitch_buf_end - kWindow;
+    const std::int16_t *newest = b.pitch_buf_end - kCorrLen;
     const std::int16_t *earliest = newest - b.pitch_max;
 
     // Shift j stands for the period pitch_max - j; a tie goes to the shorter one.
     std::int32_t best = INT32_MIN;
     std::int32_t shift = 0;
-    for (std::int32_t j = 0; j <= b.pitch_range; j += 2 * kStep) {
+    for (std::int32_t j = 0; j <= b.pitch_range; j += 2 * kDecim) {
         const Pair c = correlations(newest, earliest + j);
         if (c.here >= best) {
             best = c.here;
             shift = j;
         }
-        if (c.next >= best && j + kStep <= b.pitch_range) {
+        if (c.next >= best && j + kDecim <= b.pitch_range) {
             best = c.next;
-            shift = j + kStep;
+            shift = j + kDecim;
         }
     }
 
     // Neighbours beyond the range do not count, though they can be read: the buffer goes on. If the lower one
     // is better, the upper one is not looked at.
     const Pair beside = correlations(newest, earliest + shift - 1);
-    static_assert(kStep == 2);
+    static_assert(kDecim == 2);
     if (beside.here > best && shift > 0) {
         --shift;
     } else if (beside.next > best && shift < b.pitch_range) {
