@@ -14,6 +14,7 @@ constexpr std::size_t kScratch = 824;       // samples
 constexpr std::int32_t kMinFrame = 30;      // samples; every frame is a multiple of it
 constexpr std::int32_t kMaxFrame = 120;     // samples
 constexpr std::int32_t kReconverge16k = 36; // samples
+constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame
 
 // The narrowband pitch search is written for these values, which the block only documents.
 constexpr std::int32_t kDecim = 2;     // shifts

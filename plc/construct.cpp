@@ -9,7 +9,7 @@ namespace {
 
 void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int32_t pitch_max) {
     b.frame_len = frame_len;
-    b.atten_step = 8191 / frame_len; // a quarter of full scale over one frame
+    b.atten_step = kGainPerLoss / frame_len;
     b.pitch_min = pitch_min;
     b.pitch_max = pitch_max;
     b.ola_max = pitch_max / 4;

@@ -13,13 +13,11 @@ constexpr std::int32_t kJoinGrowth = 32; // samples for each lost frame beyond t
 void join(Block &b, std::int16_t *frame) {
     const std::int32_t synthetic = b.reconverge_len;
     const std::int32_t longest = b.frame_len - synthetic;
-    // From the fifth lost frame on the growth alone exceeds a frame; limited, the product cannot overflow.
-    const std::int32_t growth = kJoinGrowth * std::clamp(b.erase_count - 1, INT32_C(0), INT32_C(4));
-    static_assert(4 * kJoinGrowth >= kMaxFrame);
-    const std::int32_t fade = std::min(b.ola_len + growth, longest);
+    const std::int64_t grown = b.ola_len + kJoinGrowth * (std::int64_t{b.erase_count} - 1);
+    const auto fade = static_cast<std::int32_t>(std::min<std::int64_t>(grown, longest));
 
     PLC_GetSynSpeech(wrap(b), b.scratch, synthetic + fade);
-    if (synthetic > 0) {
+    if (synthetic != 0) {
         PLC_ScaleSpeech_Reconverge(wrap(b), b.scratch, synthetic + fade);
         std::copy_n(b.scratch, synthetic, frame);
     }
@@ -31,7 +29,6 @@ void join(Block &b, std::int16_t *frame) {
 
 void g711plc_addtohistory_v2(PlcBlock *block, std::int16_t *frame) {
     Block &b = unwrap(block);
-    b.reconverge_len = 0;
     if (b.sample_rate == 16000) {
         b.reconverge_len = kReconverge16k;
         PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);

@@ -13,6 +13,8 @@ constexpr int kProductShift = 7;
 // With a product of at most 2^30 shifted right by 7 a window's sum stays below 2^31: it needs no saturation.
 static_assert((std::int64_t{kCorrLen} << (30 - kProductShift)) <= INT32_MAX);
 
+static_assert(kDecim == 2); // a pair at a distance of kDecim holds both neighbours of the shift between
+
 struct Pair {
     std::int32_t here, next;
 };
@@ -21,7 +23,7 @@ struct Pair {
 // makes the search 10 % faster than one by one; out of line, as the loop is long when unrolled.
 [[gnu::noinline]] Pair correlations(const std::int16_t *newest, const std::int16_t *earlier) {
     Pair sum{};
-    for (int i = 0; i < kCorrLen; ++i) {
+    for (int i = 0; i != kCorrLen; ++i) {
         sum.here += (newest[i] * earlier[i]) >> kProductShift;
         sum.next += (newest[i] * earlier[i + kDecim]) >> kProductShift;
     }
@@ -53,10 +55,9 @@ std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
     // Neighbours beyond the range do not count, though they can be read: the buffer goes on. If the lower one
     // is better, the upper one is not looked at.
     const Pair beside = correlations(newest, earliest + shift - 1);
-    static_assert(kDecim == 2);
-    if (beside.here > best && shift > 0) {
+    if (beside.here > best && shift != 0) {
         --shift;
-    } else if (beside.next > best && shift < b.pitch_range) {
+    } else if (beside.next > best && shift != b.pitch_range) {
         ++shift;
     }
     return b.pitch_max - shift;

@@ -9,15 +9,12 @@ using namespace cvsd_qor;
 
 namespace {
 
-constexpr std::int32_t kUnity = 32767;      // Q15
-constexpr std::int32_t kGainPerLoss = 8191; // a quarter of full scale
-constexpr std::int32_t kSilentFrom = 6;     // lost frames
+constexpr std::int32_t kUnity = 32767; // Q15
 
-// The gain at the first sample of a frame: 32767 for one lost frame, 0 from the sixth on. Beyond that the
-// count no longer matters, so it is limited before it is multiplied.
+// The gain at the first sample of a frame: 32767 for one lost frame, 0 from the sixth on.
 std::int32_t start_gain(std::int32_t erase_count) {
-    const std::int32_t lost = std::clamp(erase_count, INT32_C(0), kSilentFrom);
-    return std::max(kUnity + kGainPerLoss - kGainPerLoss * lost, INT32_C(0));
+    const std::int64_t gain = kUnity - kGainPerLoss * (std::int64_t{erase_count} - 1);
+    return static_cast<std::int32_t>(std::max(gain, INT64_C(0)));
 }
 
 // Copies of a length known here are a few moves instead of a call: 8 % of a good frame at 8000 Hz.
@@ -94,15 +91,7 @@ void PLC_OlaEnd(const PlcBlock *block, std::int16_t *real, const std::int16_t *s
 }
 
 void plc_mem_copy(void *destination, const void *source, std::int32_t n) {
-    if (n < 1) return;
     auto *to = static_cast<unsigned char *>(destination);
     const auto *from = static_cast<const unsigned char *>(source);
-    const auto count = static_cast<std::size_t>(n);
-    // Ascending order differs from a move only where the destination begins inside the source.
-    const auto ahead = reinterpret_cast<std::uintptr_t>(to) - reinterpret_cast<std::uintptr_t>(from);
-    if (ahead >= count) {
-        std::memmove(to, from, count);
-    } else {
-        for (std::size_t i = 0; i < count; ++i) to[i] = from[i];
-    }
+    for (std::int32_t i = 0; i < n; ++i) to[i] = from[i];
 }
