@@ -35,8 +35,8 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
 constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const std::int64_t product_a = a.c2 * b.energy;
     const std::int64_t product_b = mul_doubling(b.c2, a.energy);
-    const int d = std::clamp(a.exponent - b.exponent, -31, 31);
-    return (product_a * (INT64_C(1) << 32)) >> (31 + d) > product_b;
+    const int d = std::clamp(a.exponent - b.exponent, -kMaxShift, kMaxShift);
+    return (product_a * (INT64_C(1) << 32)) >> (kMaxShift + d) > product_b;
 }
 
 } // namespace cvsd_qor

@@ -26,20 +26,31 @@ constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>
 
 constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
 
+// The longest shift of a 32-bit value. To the right it leaves the sign alone, and no longer shift would
+// differ.
+constexpr int kMaxShift = 31;
+
+// -1 for a negative value, otherwise 0.
+constexpr std::int32_t sign(std::int32_t v) { return v >> kMaxShift; }
+
+// Loops over samples are fastest over whole vectors of this many.
+constexpr int kVector = 8;
+constexpr int whole_vectors(int n) { return (n + kVector - 1) & -kVector; }
+
 // --- Sums -----------------------------------------------------------------------------------------------
 
 // In 32 bits and without a branch, so that it vectorises: a sum has overflowed if its sign differs from both
 // operands'.
 constexpr std::int32_t add_sat(std::int32_t a, std::int32_t b) {
     const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-    const std::int32_t overflow = ((sum ^ a) & (sum ^ b)) >> 31;
-    const std::int32_t limit = (a >> 31) ^ INT32_MAX;
+    const std::int32_t overflow = sign((sum ^ a) & (sum ^ b));
+    const std::int32_t limit = sign(a) ^ INT32_MAX;
     return (overflow & limit) | (~overflow & sum);
 }
 constexpr std::int32_t sub_sat(std::int32_t a, std::int32_t b) { return saturate32(std::int64_t{a} - b); }
 
 // |v|, the most negative value giving the most positive one.
-constexpr std::int16_t abs16(std::int16_t v) { return saturate16(v < 0 ? -v : v); }
+constexpr std::int16_t abs16(std::int16_t v) { return saturate16(std::max<std::int32_t>(v, -v)); }
 
 // --- Products -------------------------------------------------------------------------------------------
 
@@ -54,6 +65,11 @@ constexpr std::int32_t mul_doubling(std::int32_t a, std::int32_t b) {
 // Weight (Q15) times sample, rounded toward minus infinity.
 constexpr std::int32_t mul_q15(std::int16_t weight, std::int16_t sample) { return mul(weight, sample) >> 15; }
 
+// Weight (Q15) times v, rounded to the nearest, a half upward; |v| <= 2^15.
+constexpr std::int32_t mul_q15_rounded(std::int16_t weight, std::int32_t v) {
+    return (weight * v + 0x4000) >> 15;
+}
+
 // v times a Q15 value q >= 0 by way of two 16-bit halves, which loses bit 0 of v:
 // 2·(hi·q) + 2·((lo·q) >> 15) with v >> 1 = hi·2^15 + lo, and that is twice the floor of (v >> 1)·q / 2^15.
 // |result| <= |v| + 1 as q < 2^15, and never beyond 32 bits.
@@ -65,7 +81,7 @@ constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
 
 // Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0, 31 for -1.
 constexpr int norm32(std::int32_t v) {
-    const auto magnitude_bits = static_cast<std::uint32_t>(v ^ (v >> 31)); // v or -v-1: bit 31 is clear
+    const auto magnitude_bits = static_cast<std::uint32_t>(v ^ sign(v)); // v or -v-1: bit 31 is clear
     if (v == 0) [[unlikely]]
         return 0;
     return std::countl_zero(magnitude_bits << 1 | 1);
@@ -79,20 +95,13 @@ constexpr std::int32_t shift_left(std::int32_t v, int k) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << k);
 }
 
-// v >> k for any k >= 0: 0 or -1 from 31 on.
-constexpr std::int32_t shift_right(std::int32_t v, int k) { return v >> std::min(k, 31); }
-
 // v·2^k limited to 32 bits; for k < 0, down to -INT32_MAX, an arithmetic right shift.
 constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
-    if (k <= 0) return shift_right(v, -k);
-    return saturate32(std::int64_t{v} * (std::int64_t{1} << std::min(k, 31)));
+    return saturate32(std::int64_t{v} << std::clamp(k, 0, kMaxShift)) >> std::clamp(-k, 0, kMaxShift);
 }
 
 // The same limited to 16 bits.
-constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) {
-    if (k <= 0) return static_cast<std::int16_t>(shift_right(v, -k));
-    return saturate16(std::int32_t{v} * (1 << std::min(k, 15)));
-}
+constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) { return saturate16(shift_left_sat32(v, k)); }
 
 // floor(32768·num / den) for 0 <= num < den.
 constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {
@@ -107,10 +116,14 @@ static_assert(norm16(1) == 14 && norm16(16383) == 1 && norm16(32767) == 0);
 static_assert(mul_doubling(-32768, -32768) == INT32_MAX && mul_doubling(-32768, 32767) == -2147418112);
 static_assert(mul_q15(32767, -1000) == -1000 && mul_q15(32767, 1000) == 999);
 static_assert(mul_32_by_q15(INT32_MIN, 32767) == -2147418112 && mul_32_by_q15(7, 16384) == 2);
-static_assert(shift_right(-5, 40) == -1 && shift_left_sat32(3, 30) == INT32_MAX);
+static_assert(mul_q15_rounded(16384, 1) == 1 && mul_q15_rounded(16384, -1) == 0 &&
+              mul_q15_rounded(16383, 1) == 0);
+static_assert(shift_left_sat32(-1, kMaxShift) == INT32_MIN && shift_left_sat32(INT32_MAX, -kMaxShift) == 0);
+static_assert(shift_left_sat32(1, 40) == INT32_MAX && shift_left_sat32(-5, -40) == -1);
 static_assert(shift_left_sat16(-3, 14) == -32768 && shift_left_sat16(-3, -20) == -1);
 static_assert(add_sat(INT32_MAX, 1) == INT32_MAX && add_sat(INT32_MIN, -1) == INT32_MIN &&
               add_sat(-5, 9) == 4);
-static_assert(abs16(INT16_MIN) == 32767);
+static_assert(abs16(INT16_MIN) == 32767 && abs16(-1) == 1);
+static_assert(whole_vectors(1) == kVector && whole_vectors(kVector) == kVector && whole_vectors(0) == 0);
 
 } // namespace cvsd_qor

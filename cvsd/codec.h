@@ -6,6 +6,7 @@
 //   - the step 10241 lower, so that the same happens in its decay and the lower clamp is a test of the sign.
 #pragma once
 
+#include "arith/fixed_point.h"
 #include "cvsd_qor.h"
 
 #include <algorithm>
@@ -77,7 +78,7 @@ struct Codec {
 
 // Samples are worked on in blocks, so that what does not hang on the recurrence runs in a loop of its own
 // that vectorises.
-constexpr std::int32_t kBlockBytes = 8;
+constexpr std::int32_t kBlockBytes = kVector;
 
 // Whole bytes that both lengths allow; 0 where either is too short or negative. At most 2^28 - 1, so that
 // eight times it fits in 32 bits.

@@ -26,13 +26,11 @@ void decode_block(Codec &codec, std::uint32_t &last, const std::uint8_t *bits, s
 #pragma GCC unroll 8 // makes it 10 % faster: every shift below becomes a constant
         for (int k = 0; k < 8; ++k) {
             leaked[8 * i + k] = leak(codec.accumulator);
-            const auto down = static_cast<std::int32_t>(byte << (31 - k)) >> 31;
+            const std::int32_t down = sign(static_cast<std::int32_t>(byte << (kMaxShift - k)));
             codec.move(leaked[8 * i + k], (no_run >> k & 1) == 0, down);
         }
     }
-    for (std::int32_t i = 0; i < 8 * bytes; ++i) {
-        pcm[i] = static_cast<std::int16_t>((leaked[i] - kRaised) / 64); // toward zero
-    }
+    for (std::int32_t i = 0; i < 8 * bytes; ++i) pcm[i] = wrap16((leaked[i] - kRaised) / 64); // toward zero
 }
 
 } // namespace
@@ -49,7 +47,7 @@ void CVSD_DEC_Process(CvsdState *state, const std::uint8_t *bits, std::int32_t *
     if (bytes == 0) return;
 
     Codec codec(*state);
-    auto last = static_cast<std::uint32_t>(state->run_bits) & 15;
+    auto last = static_cast<std::uint32_t>(state->run_bits) % 16;
     for (std::int32_t i = 0; i < bytes; i += kBlockBytes) {
         decode_block(codec, last, bits + i, pcm + 8 * i, std::min(kBlockBytes, bytes - i));
     }

@@ -9,7 +9,7 @@ namespace {
 void encode_block(Codec &codec, std::uint32_t &history, const std::int16_t *pcm, std::uint8_t *bits,
                   std::int32_t bytes) {
     std::int32_t target[8 * kBlockBytes];
-    for (std::int32_t i = 0; i < 8 * bytes; ++i) target[i] = pcm[i] * 64 + kRaised;
+    std::transform(pcm, pcm + 8 * bytes, target, [](int v) { return v * 64 + kRaised; });
 
     for (std::int32_t i = 0; i < bytes; ++i) {
         for (int k = 0; k < 8; ++k) {
@@ -18,7 +18,7 @@ void encode_block(Codec &codec, std::uint32_t &history, const std::int16_t *pcm,
             const std::int32_t difference = target[8 * i + k] - leaked;
             history = history >> 1 | (static_cast<std::uint32_t>(difference) & 0x80000000U);
             const bool run = history + 0x10000000U < 0x20000000U; // the top four bits are 1111 or 0000
-            codec.move(leaked, run, difference >> 31);
+            codec.move(leaked, run, sign(difference));
         }
         bits[i] = static_cast<std::uint8_t>(history >> 24);
     }

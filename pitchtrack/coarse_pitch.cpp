@@ -7,6 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <numeric>
+#include <span>
 
 using namespace cvsd_qor;
 
@@ -25,19 +28,23 @@ constexpr auto kMultipleThreshold = std::to_array(MPTH);
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
-constexpr int kNewest = 70; // index of the newest decimated sample
-constexpr int kWindow = 30; // decimated samples
-constexpr int kPadded = 32; // kWindow rounded up to whole vectors
-constexpr int kOldest = kNewest - kWindow + 1;
+constexpr int kSamples = 71; // decimated, oldest first
+constexpr int kWindow = 30;  // the newest of them
+constexpr int kOldest = kSamples - kWindow;
 constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::size_t kMaxPeaks = 7;
 constexpr std::uint16_t kNoPitch = 40;
+
+// Even at the shortest lag the rounded length ends within the samples.
+constexpr int kPadded = whole_vectors(kWindow);
+static_assert(kOldest - kFirstLag + kPadded <= kSamples);
 
 // Up to this magnitude of the decimated samples every sum over a window stays below 2^30 and everything that
 // the interpolation makes of two or three of those below 2^31: plain arithmetic in any order equals the
 // ordered saturating one. The decimation hands over at most 4096.
 constexpr int kExactPeak = 5982;
-static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30);
+static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30 && 2 * kExactPeak <= INT16_MAX);
+static_assert(kWindow * (kExactPeak + 1) * (kExactPeak + 1) >= 1 << 30); // and no larger one would do
 
 struct Plain {
     static constexpr std::int32_t add(std::int32_t a, std::int32_t b) { return a + b; }
@@ -51,8 +58,8 @@ struct Saturating {
 
 // Indexed by lag - kFirstLag, with zeros behind that make it whole vectors and one more.
 constexpr std::size_t kLags = kLastLag - kFirstLag + 1;
-constexpr std::size_t kLanes = 40;
-static_assert(kLags <= kLanes && kLanes % 8 == 0);
+constexpr std::size_t kLanes = whole_vectors(kLags);
+constexpr std::size_t kSteps = kLags - 1; // from a lag to the next
 
 template <class T>
 using PerLag = std::array<T, kLanes + 1>;
@@ -79,66 +86,55 @@ struct Candidates {
 };
 
 // What every real candidate beats.
-constexpr NormalisedCorrelation kWorst = {-32768, 1, 0};
+constexpr NormalisedCorrelation kWorst = {INT16_MIN, 1, 0};
 
 // --- Correlate ------------------------------------------------------------------------------------------
 
 bool is_exact(const std::int16_t *dec) {
-    std::int16_t highest = 0;
-    std::int16_t lowest = 0;
-    for (int i = 0; i <= kNewest; ++i) {
-        highest = std::max(highest, dec[i]);
-        lowest = std::min(lowest, dec[i]);
+    std::int16_t highest = *dec;
+    std::int16_t lowest = *dec;
+    for (const std::int16_t v : std::span(dec, kSamples)) {
+        highest = std::max(highest, v);
+        lowest = std::min(lowest, v);
     }
-    return highest <= kExactPeak && lowest >= -kExactPeak;
+    return std::max<int>(highest, -lowest) <= kExactPeak;
 }
 
 void correlate(const std::int16_t *dec, Lags &lags) {
-    // Zeros behind the window make it whole vectors. Even at the shortest lag the rounded length ends within
-    // dec.
-    static_assert(kOldest - kFirstLag + kPadded <= kNewest + 1);
     std::array<std::int16_t, kPadded> window{};
+    const std::int16_t *shortest = dec + kOldest - kFirstLag; // the window delayed by the shortest lag
     std::copy_n(dec + kOldest, kWindow, window.begin());
-    for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
-        std::int32_t corr = 0;
-        for (int i = 0; i < kPadded; ++i)
-            corr += window[static_cast<std::size_t>(i)] * dec[kOldest - lag + i];
-        lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
-    }
+    std::generate_n(lags.corr.begin(), kLags, [&, further = 0]() mutable {
+        return std::inner_product(window.begin(), window.end(), shortest - further++, 0);
+    });
 
     // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
     // entering² - leaving² = (entering - leaving) · (entering + leaving), where both factors fit in 16 bits.
-    static_assert(2 * kExactPeak <= INT16_MAX);
-    std::array<std::int32_t, kLags - 1> change; // shortest lag last
-    for (std::size_t i = 0; i < change.size(); ++i) {
-        const auto difference = static_cast<std::int16_t>(dec[i] - dec[i + kWindow]);
-        const auto sum = static_cast<std::int16_t>(dec[i] + dec[i + kWindow]);
-        change[i] = difference * sum;
-    }
-    std::int32_t energy = 0;
-    for (int m = kOldest; m <= kNewest; ++m) energy += dec[m - kFirstLag] * dec[m - kFirstLag];
-    lags.energy[0] = energy;
-    for (std::size_t i = 1; i < kLags; ++i) {
-        energy += change[kLags - 1 - i];
-        lags.energy[i] = energy;
-    }
+    std::array<std::int32_t, kSteps> change; // shortest lag last
+    std::transform(dec, dec + kSteps, dec + kWindow, change.begin(),
+                   [](std::int16_t entering, std::int16_t leaving) {
+                       const auto difference = static_cast<std::int16_t>(entering - leaving);
+                       return difference * static_cast<std::int16_t>(entering + leaving);
+                   });
+    lags.energy[0] = std::inner_product(shortest, shortest + kWindow, shortest, 0);
+    std::inclusive_scan(change.rbegin(), change.rend(), &lags.energy[1], std::plus{}, lags.energy[0]);
 }
 
 [[gnu::cold]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
     std::int32_t energy = 0;
-    for (int m = kOldest; m <= kNewest; ++m) {
+    for (int m = kOldest; m < kSamples; ++m) {
         energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
     }
     lags.energy[0] = energy;
     for (int lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
-        const std::int16_t leaving = dec[kNewest + 1 - lag];
+        const std::int16_t leaving = dec[kSamples - lag];
         const std::int16_t entering = dec[kOldest - lag];
         energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
         lags.energy[static_cast<std::size_t>(lag - kFirstLag)] = energy;
     }
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
         std::int32_t corr = 0;
-        for (int m = kOldest; m <= kNewest; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
+        for (int m = kOldest; m < kSamples; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
         lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
     }
 }
@@ -147,19 +143,20 @@ void correlate(const std::int16_t *dec, Lags &lags) {
 
 void normalise_lags(Lags &lags) {
     PerLag<std::int16_t> c;
-    for (std::size_t i = 0; i < kLags; ++i) {
+    for (std::size_t i = 0; i != kLags; ++i) {
         const int corr_shift = norm32(lags.corr[i]);
         const int energy_shift = norm32(lags.energy[i]);
         c[i] = high_half(shift_left(lags.corr[i], corr_shift));
         lags.mantissa[i] = high_half(shift_left(lags.energy[i], energy_shift));
         lags.exponent[i] = static_cast<std::int16_t>(2 * corr_shift - energy_shift);
     }
-    for (std::size_t i = kLags; i < c.size(); ++i) c[i] = lags.mantissa[i] = lags.exponent[i] = 0;
-    for (std::size_t i = 0; i < kLanes; ++i) {
+    for (auto *padded : {&c, &lags.mantissa, &lags.exponent})
+        std::fill(padded->begin() + kLags, padded->end(), std::int16_t{});
+    for (std::size_t i = 0; i != kLanes; ++i) {
         const std::int32_t c2 = half_square(c[i]);
-        lags.c2[i] = static_cast<std::int16_t>(c[i] < 0 ? -c2 : c2);
+        lags.c2[i] = static_cast<std::int16_t>((sign(c[i]) | 1) * c2);
     }
-    lags.c2[kLanes] = 0;
+    lags.c2.back() = {};
 }
 
 // --- Find peaks -----------------------------------------------------------------------------------------
@@ -179,7 +176,7 @@ Peaks find_peaks(const Lags &lags) {
     PerLag<std::int32_t> before;
     PerLag<std::int16_t> here_down;
     PerLag<std::int16_t> before_down;
-    for (std::size_t i = 0; i < kLanes; ++i) {
+    for (std::size_t i = 0; i != kLanes; ++i) {
         here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
         before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
         const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
@@ -192,7 +189,7 @@ Peaks find_peaks(const Lags &lags) {
     Peaks peaks;
     peaks.count = 0;
     bool rises = false;
-    for (std::size_t i = 0; i + 1 < kLags; ++i) {
+    for (std::size_t i = 0; i != kSteps; ++i) {
         const std::int32_t a = here[i] >> here_down[i];
         const std::int32_t b = before[i] >> before_down[i];
         peaks.at[peaks.count] = i;
@@ -204,7 +201,7 @@ Peaks find_peaks(const Lags &lags) {
 }
 
 [[gnu::cold]] void negate(Lags &lags) {
-    for (std::size_t i = 0; i < kLags; ++i) {
+    for (std::size_t i = 0; i != kLags; ++i) {
         lags.corr[i] = sub_sat(0, lags.corr[i]);
         lags.c2[i] = static_cast<std::int16_t>(-lags.c2[i]);
     }
@@ -292,10 +289,10 @@ std::size_t strongest_near(const Candidates &c, std::int16_t prev) {
 bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorrelation &best) {
     const std::int32_t period = c.at[j].lag;
     const std::int32_t longest = c.at[c.count - 1].lag;
-    std::size_t i = j + 1;
+    std::size_t i = j;
     std::size_t k = 0;
     for (std::int32_t multiple = 2 * period; multiple <= longest; multiple += period, ++k) {
-        const std::int32_t tolerance = (multiple * 1966 + 16384) >> 15; // 0.06
+        const std::int32_t tolerance = mul_q15_rounded(1966, multiple); // 0.06
         const std::int16_t threshold =
             k < kMultipleThreshold.size() ? kMultipleThreshold[k] : std::int16_t{9830};
         for (;; ++i) {
@@ -312,7 +309,7 @@ bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorre
 bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
     return std::any_of(kReciprocal.begin(), kReciprocal.end(), [&](std::int16_t reciprocal) {
         const std::int32_t part = (reciprocal * whole) >> 15;
-        const std::int32_t tolerance = (part * 3113 + 16384) >> 15; // 0.095
+        const std::int32_t tolerance = mul_q15_rounded(3113, part); // 0.095
         return part - tolerance < lag && lag < part + tolerance;
     });
 }

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
+#include <numeric>
 
 using namespace cvsd_qor;
 
@@ -28,11 +30,12 @@ constexpr int kHistory = 56; // decimated samples carried over
 constexpr int kOutput = kHistory + kNew;
 constexpr int kHeadroom = 3; // bits kept free in decim_hist
 
-// The filter in the order of its input, oldest first, with zero taps in front that round its length up to 64.
-constexpr int kTaps = 64;
+// The filter in the order of its input, oldest first, with zero taps in front that round its length up to
+// whole vectors.
+constexpr int kTaps = whole_vectors(kMemory);
 constexpr auto taps = [] {
     std::array<std::int16_t, kTaps> t{};
-    for (int k = 0; k < 60; ++k) t[static_cast<std::size_t>(kTaps - 1 - k)] = bdf[k];
+    std::reverse_copy(std::begin(bdf), std::end(bdf), t.end() - kMemory);
     return t;
 }();
 
@@ -44,26 +47,26 @@ static_assert([] {
 }());
 
 // Blocks are padded with zeros to whole vectors.
-using Output = std::array<std::int16_t, kOutput + 1>;
+using Output = std::array<std::int16_t, whole_vectors(kOutput)>;
+using Accumulators = std::array<std::int32_t, whole_vectors(kNew)>;
+static_assert(Output{}.size() == kHistory + Accumulators{}.size());
 
 struct Filtered {
-    std::array<std::int32_t, kNew + 1> acc;
+    Accumulators acc;
     int exponent; // the left shifts that leave the largest magnitude its headroom
 };
 
 // One accumulator for the last sample of each group of 8. All that matters of the largest magnitude is its
 // highest bit, which is the highest bit set in any.
 Filtered filter(const std::int16_t *in) {
-    Filtered f;
+    Filtered f{};
     std::int32_t bits = 2;
     for (int m = 0; m < kNew; ++m) {
-        const std::int16_t *oldest = in + kMemory + kFactor * m + (kFactor - 1) - (kTaps - 1);
-        std::int32_t sum = 0;
-        for (int k = 0; k < kTaps; ++k) sum += taps[static_cast<std::size_t>(k)] * oldest[k];
+        const std::int16_t *oldest = in + kMemory + kFactor * (m + 1) - kTaps;
+        const std::int32_t sum = std::inner_product(taps.begin(), taps.end(), oldest, 0);
         f.acc[static_cast<std::size_t>(m)] = sum;
-        bits |= sum < 0 ? -sum : sum;
+        bits |= std::max(sum, -sum);
     }
-    f.acc[kNew] = 0;
     f.exponent = norm32(bits) - kHeadroom;
     return f;
 }
@@ -72,7 +75,7 @@ Filtered filter(const std::int16_t *in) {
 int headroom_of(const Output &out) {
     std::uint16_t bits = 1;
     for (std::size_t j = kNew; j < out.size(); ++j)
-        bits |= static_cast<std::uint16_t>(out[j] < 0 ? -out[j] : out[j]);
+        bits |= static_cast<std::uint16_t>(std::max<std::int32_t>(out[j], -out[j]));
     return norm16(static_cast<std::int16_t>(std::min<int>(bits, INT16_MAX))) - kHeadroom;
 }
 
@@ -81,7 +84,7 @@ struct BlockShift {
     int left;
     int right;
 
-    explicit constexpr BlockShift(int k) : left(std::max(k, 0)), right(std::clamp(-k, 0, 31)) {}
+    explicit constexpr BlockShift(int k) : left(std::max(k, 0)), right(std::clamp(-k, 0, kMaxShift)) {}
     constexpr std::int32_t operator()(std::int32_t v) const { return shift_left(v, left) >> right; }
 };
 
@@ -92,18 +95,17 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     const auto [acc, new_exp] = filter(in);
     std::copy_n(in + kFrame, kMemory, state->decim_mem);
 
-    const int excess = state->decim_exp - new_exp; // of the history's exponent over the new samples'
-    const int drop = std::max(excess, 0);
-    const int common_exp = excess < 0 ? state->decim_exp : new_exp; // new_exp at most, for any state
+    const int common_exp = std::min<int>(state->decim_exp, new_exp);
+    const int drop = state->decim_exp - common_exp; // bits that the history loses
 
     // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
     // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
     alignas(16) Output common;
     const BlockShift to_common(-drop);
-    for (std::size_t j = 0; j < kHistory; ++j)
-        common[j] = static_cast<std::int16_t>(to_common(state->decim_hist[j]));
+    const auto behind = std::transform(std::begin(state->decim_hist), std::end(state->decim_hist),
+                                       common.begin(), [=](int v) { return wrap16(to_common(v)); });
     const BlockShift scale(common_exp);
-    for (std::size_t m = 0; m < acc.size(); ++m) common[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
+    std::transform(acc.begin(), acc.end(), behind, [=](int v) { return high_half(scale(v) + 0x8000); });
     std::copy_n(common.data(), kOutput, out);
 
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
@@ -111,12 +113,11 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is below
     // 2^12, so nothing saturates, and no output is beyond 4096.
     const int headroom = headroom_of(common);
-    constexpr std::size_t kStays = kHistory - kNew - 1;
     const BlockShift restore(headroom - drop);
-    for (std::size_t j = 0; j < kStays; ++j)
-        state->decim_hist[j] = static_cast<std::int16_t>(restore(state->decim_hist[j + kNew]));
+    const auto rest = std::transform(state->decim_hist + kNew, state->decim_hist + kHistory - 1,
+                                     state->decim_hist, [=](int v) { return wrap16(restore(v)); });
     const BlockShift raise(headroom);
-    for (std::size_t j = kStays; j < kHistory; ++j)
-        state->decim_hist[j] = static_cast<std::int16_t>(raise(common[j + kNew]));
+    std::transform(common.data() + kHistory - 1, common.data() + kOutput, rest,
+                   [=](int v) { return wrap16(raise(v)); });
     state->decim_exp = wrap16(common_exp + headroom);
 }

@@ -20,9 +20,9 @@ constexpr int kReach = 3; // lags tried on either side
 
 // Windows are rounded up to whole vectors. Up to seven lags are correlated together, an eighth where that
 // makes a vector.
-constexpr int kVector = 8;
 constexpr int kLags = 2 * kReach + 1;
 static_assert(kMaxWindow % kVector == 0 && kLags <= kVector);
+static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX); // for coarse_energy
 
 // Beyond these the window would be negative or a segment would begin before the history. The coarse search
 // stays within 36..324.
@@ -36,7 +36,7 @@ struct Task {
     int first, last;         // lags, kLags of them at the most
     const std::int16_t *end; // one past the newest sample
 
-    int rounded() const { return (n + kVector - 1) & -kVector; }
+    int rounded() const { return whole_vectors(n); }
     const std::int16_t *segment(int lag) const { return end - n - lag; }
 };
 
@@ -51,25 +51,25 @@ struct Best {
 
 // Energy on a scale on which no sum of a window overflows.
 std::int32_t coarse_energy(const std::int16_t *samples, int n) {
-    static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX);
     std::int32_t sum = 0;
     for (int i = 0; i < n; ++i) sum += (samples[i] >> 3) * (samples[i] >> 3);
     return sum;
 }
 
-// Whether no sum of the search can leave 32 bits: then plain sums in any order equal the ordered saturating
-// ones.
-//
 // With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, |s| <= 2^(3-shift)·|q|
 // + 8. With Q the sum of q² over at most 136 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 94. A
 // partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
-// the window's (Cauchy-Schwarz). Taking 31/32 of the limit for the segments' Q, and its square for the
-// product of both, leaves room for the 94: the window's Q is at most 120·4096², its root below 44870; the
+// the window's (Cauchy-Schwarz). Taking 31/32 of 2^25 as the limit for the segments' Q, and its square for
+// the product of both, leaves room for the 94: the window's Q is at most 120·4096², its root below 44870; the
 // root of the limit is below 5702.
+constexpr std::int64_t kExactLimit = INT64_C(31) << 20;
+static_assert(64 * kExactLimit + 94 * (8 * 44870 + 8 * 5702) + 94 * 94 <= INT32_MAX);
+static_assert(64 * (kExactLimit + (1 << 20)) > INT32_MAX); // another 32nd would be too much
+
+// Whether no sum of the search can leave 32 bits: then plain sums in any order equal the ordered saturating
+// ones.
 bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
-    constexpr std::int64_t limit = INT64_C(31) << (25 - 5);
-    static_assert(64 * limit + 94 * (8 * 44870 + 8 * 5702) + 94 * 94 <= INT32_MAX);
-    const std::int64_t scaled_limit = limit << 2 * shift;
+    const std::int64_t scaled_limit = kExactLimit << 2 * shift;
     return segments_q <= scaled_limit && segments_q * window_q <= scaled_limit * scaled_limit;
 }
 
@@ -135,8 +135,7 @@ std::int32_t magnitude(const std::int16_t *samples, int n) {
     for (int i = 0; i < n; ++i) {
         const std::int16_t v = samples[i];
         const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
-        const std::int16_t sign = v < 0 ? std::int16_t{-1} : std::int16_t{1};
-        sum += limited * sign;
+        sum += limited * static_cast<std::int16_t>(sign(v) | 1);
     }
     return sum;
 }
@@ -175,8 +174,8 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
 
     std::array<std::int16_t, kSignal> scaled;
-    if (shift > 0) {
-        for (std::size_t i = 0; i < kSignal; ++i) scaled[i] = static_cast<std::int16_t>(sig_hist[i] >> shift);
+    if (shift != 0) {
+        std::transform(sig_hist, end, scaled.begin(), [=](int v) { return wrap16(v >> shift); });
         end = scaled.data() + kSignal;
     }
     std::array<std::int16_t, kMaxWindow + kVector> padded;

@@ -60,6 +60,18 @@ TEST(Codec, EveryAccumulatorAndEveryStep) {
     }
 }
 
+TEST(Codec, RecordsOutsideTheirRangesAreBroughtIntoThem) {
+    struct {
+        CvsdState state, expected;
+    } pairs[] = {{{INT32_MIN, INT32_MIN, -1}, {-2097151, 0, 15}},
+                 {{INT32_MAX, INT32_MAX, 16}, {2097151, 1310720, 0}}};
+    for (auto &[state, expected] : pairs) {
+        decode(state, {0xFF});
+        for (int k = 0; k < 8; ++k) take(expected, true);
+        EXPECT_EQ(values(state), values(expected));
+    }
+}
+
 TEST(Codec, LengthsInAndOut) {
     constexpr std::int32_t kMin = INT32_MIN;
     constexpr std::int32_t kMax = INT32_MAX;

@@ -162,6 +162,8 @@ void primitives(Digest &digest, Random &random) {
     }
 }
 
+void tables(Digest &digest, Random & /*random*/) { digest << x << x2 << invk << MPTH << bdf; }
+
 struct Row {
     const char *name;
     void (*run)(Digest &, Random &);
@@ -169,6 +171,7 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
+    {"Tables", tables, 0x76b6968d26468468},
     {"CodecSpeech", codec_speech<1>, 0x16078044ccb20228},
     {"CodecSpeechCutElsewhere", codec_speech<2>, 0x16078044ccb20228},
     {"CodecHostile", codec_hostile, 0x3e36256b2e88d690},

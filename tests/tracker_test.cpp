@@ -66,7 +66,8 @@ TEST(CoarsePitch, RulesAtTheirEdges) {
         EXPECT_EQ(coarse(pulses(71, edge.period, edge.first, edge.heights), edge.prev), edge.other_pitch);
     }
     for (const int period : {7, 10, 13}) EXPECT_EQ(coarse(pulses(71, period, 0, {8000}), 160), 8 * period);
-    Samples tie(71); // of the lags 30 and 36
+    EXPECT_EQ(coarse(pulses(71, 14, 8, {3000, 1500, 2000}), 150), 224); // 112 is exactly half
+    Samples tie(71);                                                    // of the lags 30 and 36
     tie[70] = tie[40] = tie[34] = tie[8] = 5000;
     EXPECT_EQ(coarse(tie, 100), 240);
     // One loud sample, which takes part in the longest lag alone.
@@ -102,6 +103,7 @@ TEST(Refinement, LagsAtTheEndsOfTheRange) {
 }
 
 TEST(Refinement, WorkedFigures) {
+    EXPECT_EQ(refine(sine(561, 101), INT16_MAX), refine(sine(561, 101), 444));
     for (const int p : {100, 102})
         EXPECT_EQ(refine(pulses(561, 100, 0, {20000}), p),
                   (Refined{100, 16384, 384, p, 0, 400000000, 400000000}));
