@@ -2,7 +2,7 @@
 //
 // Signed integers are two's complement and >> is arithmetic (both guaranteed since C++20). Nothing here has
 // undefined behaviour for any argument inside the range that its comment states; where none is stated, every
-// argument is allowed. Names with _sat limit their result; the others are exact.
+// argument is allowed. What can leave its type's range limits its result, but for wrap16.
 #pragma once
 
 #include <algorithm>
@@ -26,14 +26,13 @@ constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>
 
 constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
 
-// The longest shift of a 32-bit value. To the right it leaves the sign alone, and no longer shift would
-// differ.
+// The longest shift of a 32-bit value. To the right it leaves nothing but the sign, as any longer one would.
 constexpr int kMaxShift = 31;
 
 // -1 for a negative value, otherwise 0.
 constexpr std::int32_t sign(std::int32_t v) { return v >> kMaxShift; }
 
-// Loops over samples are fastest over whole vectors of this many.
+// Loops over samples are fastest over whole vectors of this many. Lengths here are below 2^30.
 constexpr int kVector = 8;
 constexpr int whole_vectors(int n) { return (n + kVector - 1) & -kVector; }
 
@@ -90,7 +89,7 @@ constexpr int norm32(std::int32_t v) {
 // Left shifts that bring v > 0 into 16384..32767.
 constexpr int norm16(std::int16_t v) { return norm32(v) - 16; }
 
-// v·2^k for 0 <= k <= norm32(v): cannot overflow.
+// v·2^k for 0 <= k <= norm32(v), or k <= 31 and v = 0: cannot overflow.
 constexpr std::int32_t shift_left(std::int32_t v, int k) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << k);
 }

@@ -287,7 +287,7 @@ CVSD_QOR_API int32_t PLC_FindPitch_fix(const PlcBlock *block);
  * no other call uses at the same time.
  *
  * From one call to the next carry: sig_hist, coarse_pitch, decim_mem, decim_exp, decim_hist. Every
- * call writes the rest anew.
+ * call writes the other results anew.
  */
 typedef struct PitchTrackerState {
     int32_t lag_energy;     /* energy of the segment at the chosen lag                                     */
@@ -349,7 +349,8 @@ CVSD_QOR_API uint16_t PLC_CoarsePitch(const PitchTrackerState *state, const int1
  *   refine_len    out    1 value
  *   scale_shift   out    1 value
  *   sig_hist      in     samples      561, oldest first
- *   coarse_pitch  in     samples      36..324; others are taken as the nearest of 0..444
+ *   coarse_pitch  in     samples      36..324 from the coarse search; 0..444 is taken as it stands, any
+ *                                     other as the nearer end
  *
  * Returns the pitch: 40..321, and up to 441 where the coarse pitch is beyond 324.
  */

@@ -56,7 +56,7 @@ struct Saturating {
     static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return sub_sat(a, b); }
 };
 
-// Indexed by lag - kFirstLag, with zeros behind that make it whole vectors and one more.
+// Indexed by lag - kFirstLag, with room behind for whole vectors and one more.
 constexpr std::size_t kLags = kLastLag - kFirstLag + 1;
 constexpr std::size_t kLanes = whole_vectors(kLags);
 constexpr std::size_t kSteps = kLags - 1; // from a lag to the next
@@ -67,7 +67,7 @@ using PerLag = std::array<T, kLanes + 1>;
 struct Lags {
     PerLag<std::int32_t> corr;
     PerLag<std::int32_t> energy;
-    // Their normalised forms; c2 has the sign of the correlation.
+    // Their normalised forms, with zeros behind; c2 has the sign of the correlation.
     PerLag<std::int16_t> c2;
     PerLag<std::int16_t> mantissa;
     PerLag<std::int16_t> exponent;
@@ -83,9 +83,11 @@ struct Candidate {
 struct Candidates {
     std::array<Candidate, kMaxPeaks> at; // lags ascend
     std::size_t count;
+
+    std::int32_t longest() const { return at[count - 1].lag; }
 };
 
-// What every real candidate beats.
+// What every candidate of positive energy beats.
 constexpr NormalisedCorrelation kWorst = {INT16_MIN, 1, 0};
 
 // --- Correlate ------------------------------------------------------------------------------------------
@@ -288,10 +290,9 @@ std::size_t strongest_near(const Candidates &c, std::int16_t prev) {
 // strength.
 bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorrelation &best) {
     const std::int32_t period = c.at[j].lag;
-    const std::int32_t longest = c.at[c.count - 1].lag;
     std::size_t i = j;
     std::size_t k = 0;
-    for (std::int32_t multiple = 2 * period; multiple <= longest; multiple += period, ++k) {
+    for (std::int32_t multiple = 2 * period; multiple <= c.longest(); multiple += period, ++k) {
         const std::int32_t tolerance = mul_q15_rounded(1966, multiple); // 0.06
         const std::int16_t threshold =
             k < kMultipleThreshold.size() ? kMultipleThreshold[k] : std::int16_t{9830};
@@ -319,7 +320,8 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
     const std::size_t near = strongest_near(c, prev);
     const NormalisedCorrelation &best_record = c.at[best].record;
 
-    for (std::size_t j = 0; j < c.count && 2 * c.at[j].lag < c.at[c.count - 1].lag; ++j) {
+    // Ends at the longest lag at the latest.
+    for (std::size_t j = 0; 2 * c.at[j].lag < c.longest(); ++j) {
         const NormalisedCorrelation &r = c.at[j].record;
         const std::int32_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
         if (beats_weighted(r, best_record, (r.energy * weight) >> 15) &&

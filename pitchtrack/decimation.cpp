@@ -110,12 +110,13 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
 
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
     // that the common exponent dropped; its last 16 samples come from the output. With 2^p above every |v >>
-    // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is below
-    // 2^12, so nothing saturates, and no output is beyond 4096.
+    // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is
+    // within ±2^12, so nothing saturates, and no output is beyond 4096.
     const int headroom = headroom_of(common);
     const BlockShift restore(headroom - drop);
-    const auto rest = std::transform(state->decim_hist + kNew, state->decim_hist + kHistory - 1,
-                                     state->decim_hist, [=](int v) { return wrap16(restore(v)); });
+    std::int16_t *rest =
+        std::copy(state->decim_hist + kNew, std::end(state->decim_hist) - 1, state->decim_hist);
+    std::transform(state->decim_hist, rest, state->decim_hist, [=](int v) { return wrap16(restore(v)); });
     const BlockShift raise(headroom);
     std::transform(common.data() + kHistory - 1, common.data() + kOutput, rest,
                    [=](int v) { return wrap16(raise(v)); });

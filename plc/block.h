@@ -12,7 +12,6 @@ constexpr std::size_t kMaxHistory = 780;    // samples
 constexpr std::size_t kMaxOverlap = 60;     // samples
 constexpr std::size_t kScratch = 824;       // samples
 constexpr std::int32_t kMinFrame = 30;      // samples; every frame is a multiple of it
-constexpr std::int32_t kMaxFrame = 120;     // samples
 constexpr std::int32_t kReconverge16k = 36; // samples
 constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame
 
@@ -44,13 +43,13 @@ struct Block {
     std::int16_t last_quarter[kMaxOverlap]; // [0..ola_len-1] the end of pitch_buf before the loss altered it
     std::int16_t *syn_start;                // pitch_buf_end - syn_len
     std::int16_t *pitch_buf_end;            // pitch_buf + history_len
-    std::int32_t reconverge_len;            // samples of the first good frame that stay synthetic
-    std::int16_t scratch[kScratch];         // work area of one call
-    std::int16_t pitch_buf[kMaxHistory];    // [0..history_len-1] the history as it was when the loss began
-    PitchTrackerState tracker;              // 16000 Hz only
+    std::int32_t reconverge_len;    // samples of the first good frame that stay synthetic; 0 at 8000 Hz
+    std::int16_t scratch[kScratch]; // work area of one call
+    std::int16_t
+        pitch_buf[kMaxHistory]; // [0..history_len-1] the history when the loss began, its end cross-faded
+    PitchTrackerState tracker;  // 16000 Hz only
 };
 
-static_assert(kMaxFrame % kMinFrame == 0);
 static_assert(sizeof(Block) <= G711PLC_MEMORY_SIZE && alignof(Block) <= G711PLC_MEMORY_ALIGN);
 static_assert(sizeof(PlcBlock) == G711PLC_MEMORY_SIZE && alignof(PlcBlock) <= G711PLC_MEMORY_ALIGN);
 static_assert(sizeof(void *) != 8 ||

@@ -125,6 +125,13 @@ TEST(Primitives, JoinIsClamped) {
     EXPECT_EQ((std::array{s[0], s[1], s[29]}), (std::array<std::int16_t, 3>{-32766, -32767, INT16_MIN}));
 }
 
+TEST(Primitives, CopyOfOneByte) {
+    const unsigned char from = 7;
+    unsigned char to = 0;
+    plc_mem_copy(&to, &from, 1);
+    EXPECT_EQ(to, from);
+}
+
 TEST(Primitives, NarrowbandPitch) {
     const struct {
         std::vector<std::pair<int, int>> samples; // so many before the end, so high

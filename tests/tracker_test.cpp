@@ -67,15 +67,23 @@ TEST(CoarsePitch, RulesAtTheirEdges) {
     }
     for (const int period : {7, 10, 13}) EXPECT_EQ(coarse(pulses(71, period, 0, {8000}), 160), 8 * period);
     EXPECT_EQ(coarse(pulses(71, 14, 8, {3000, 1500, 2000}), 150), 224); // 112 is exactly half
-    Samples tie(71);                                                    // of the lags 30 and 36
-    tie[70] = tie[40] = tie[34] = tie[8] = 5000;
-    EXPECT_EQ(coarse(tie, 100), 240);
-    // One loud sample, which takes part in the longest lag alone.
-    Samples loud(71);
-    loud[0] = INT16_MIN;
-    loud[30] = loud[70] = 5000;
-    loud[41] = -1000;
-    EXPECT_EQ(coarse(loud, 100), 320);
+    // By a few samples: index and thousands.
+    using Few = std::vector<std::pair<std::size_t, int>>;
+    const Few kNearThird = {{38, -1}, {39, 1}, {48, 3}, {49, 3}, {50, 4}, {53, 6},
+                            {54, 6},  {57, 5}, {58, 3}, {59, 4}, {69, 5}};
+    const struct {
+        const char *rule;
+        int prev, pitch;
+        Few samples;
+    } kSparse[] = {{"tie of the lags 30 and 36", 100, 240, {{70, 5}, {40, 5}, {34, 5}, {8, 5}}},
+                   {"loud sample in the longest lag alone", 100, 320, {{0, -33}, {30, 5}, {70, 5}, {41, -1}}},
+                   {"just a half", 90, 91, {{44, 2}, {45, 2}, {46, 3}, {58, 3}, {59, 4}, {69, 5}, {70, 4}}},
+                   {"no multiple", 302, 239, kNearThird}};
+    for (const auto &c : kSparse) {
+        Samples s(71);
+        for (const auto &[at, thousands] : c.samples) s[at] = sample(1000 * thousands);
+        EXPECT_EQ(coarse(s, c.prev), c.pitch) << c.rule;
+    }
     // Near is within a quarter of the previous pitch.
     for (int prev = -25000; prev <= INT16_MAX; prev += prev > 60 && prev < 150 ? 1 : stride(31))
         EXPECT_EQ(coarse(pulses(71, 12, 7, {3000, -2000, 4000, 1486}), prev),
