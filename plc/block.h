@@ -43,11 +43,10 @@ struct Block {
     std::int16_t last_quarter[kMaxOverlap]; // [0..ola_len-1] the end of pitch_buf before the loss altered it
     std::int16_t *syn_start;                // pitch_buf_end - syn_len
     std::int16_t *pitch_buf_end;            // pitch_buf + history_len
-    std::int32_t reconverge_len;    // samples of the first good frame that stay synthetic; 0 at 8000 Hz
-    std::int16_t scratch[kScratch]; // work area of one call
-    std::int16_t
-        pitch_buf[kMaxHistory]; // [0..history_len-1] the history when the loss began, its end cross-faded
-    PitchTrackerState tracker;  // 16000 Hz only
+    std::int32_t reconverge_len;            // samples that a first good frame keeps synthetic; 0 at 8000 Hz
+    std::int16_t scratch[kScratch];         // work area of one call
+    std::int16_t pitch_buf[kMaxHistory];    // [0..history_len-1] the history at the loss, its end cross-faded
+    PitchTrackerState tracker;              // 16000 Hz only
 };
 
 static_assert(sizeof(Block) <= G711PLC_MEMORY_SIZE && alignof(Block) <= G711PLC_MEMORY_ALIGN);
