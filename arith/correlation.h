@@ -15,7 +15,7 @@ struct NormalisedCorrelation {
 };
 
 // High half of the doubled square of a 16-bit value; only -32768 saturates.
-constexpr std::int32_t half_square(std::int32_t c) { return std::min((c * c) >> 15, 32767); }
+constexpr std::int32_t half_square(std::int32_t c) { return std::min<std::int32_t>((c * c) >> 15, 32767); }
 
 // c2 without regard to the sign of c.
 constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy) {
@@ -35,7 +35,7 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
 constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
     const std::int64_t product_a = a.c2 * b.energy;
     const std::int64_t product_b = mul_doubling(b.c2, a.energy);
-    const int d = std::clamp(a.exponent - b.exponent, -kMaxShift, kMaxShift);
+    const std::int32_t d = clamp<std::int32_t>(a.exponent - b.exponent, -kMaxShift, kMaxShift);
     return (product_a * (INT64_C(1) << 32)) >> (kMaxShift + d) > product_b;
 }
 

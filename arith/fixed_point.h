@@ -8,17 +8,26 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <limits>
+#include <type_traits>
 
 namespace cvsd_qor {
+
+// v within low..high; low <= high. The standard one checks that in hardened builds, by a function of the C++
+// run-time. All three have one type: int32_t is int on some machines and long on others.
+template <class T>
+constexpr T clamp(T v, std::type_identity_t<T> low, std::type_identity_t<T> high) {
+    return std::min(std::max(v, low), high);
+}
 
 // --- Widths ---------------------------------------------------------------------------------------------
 
 constexpr std::int16_t saturate16(std::int32_t v) {
-    return static_cast<std::int16_t>(std::clamp(v, INT32_C(-32768), INT32_C(32767)));
+    return static_cast<std::int16_t>(clamp(v, -32768, 32767));
 }
 
 constexpr std::int32_t saturate32(std::int64_t v) {
-    return static_cast<std::int32_t>(std::clamp(v, std::int64_t{INT32_MIN}, std::int64_t{INT32_MAX}));
+    return static_cast<std::int32_t>(clamp(v, INT32_MIN, INT32_MAX));
 }
 
 // The low 16 bits as a signed value: for quantities that are defined to be held in 16 bits.
@@ -26,11 +35,12 @@ constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>
 
 constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
 
-// The longest shift of a 32-bit value. To the right it leaves nothing but the sign, as any longer one would.
+// The longest shift of a 32-bit value. To the right it leaves only the sign, as any longer one would.
 constexpr int kMaxShift = 31;
 
 // -1 for a negative value, otherwise 0.
 constexpr std::int32_t sign(std::int32_t v) { return v >> kMaxShift; }
+constexpr std::int16_t sign16(std::int16_t v) { return static_cast<std::int16_t>(v >> 15); }
 
 // Loops over samples are fastest over whole vectors of this many. Lengths here are below 2^30.
 constexpr int kVector = 8;
@@ -96,11 +106,24 @@ constexpr std::int32_t shift_left(std::int32_t v, int k) {
 
 // v·2^k limited to 32 bits; for k < 0, down to -INT32_MAX, an arithmetic right shift.
 constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
-    return saturate32(std::int64_t{v} << std::clamp(k, 0, kMaxShift)) >> std::clamp(-k, 0, kMaxShift);
+    return saturate32(std::int64_t{v} << clamp(k, 0, kMaxShift)) >> clamp(-k, 0, kMaxShift);
 }
 
 // The same limited to 16 bits.
 constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) { return saturate16(shift_left_sat32(v, k)); }
+
+// v·2^k for a block of values and one k: a left shift that the caller knows to fit, or an arithmetic right
+// shift of any length. Neither count reaches the width of T: compilers shift 16-bit values in 16-bit lanes,
+// and on some machines a lane takes its count modulo 16.
+template <class T>
+struct BlockShift {
+    static constexpr int kLongest = std::numeric_limits<T>::digits;
+    int left;
+    int right;
+
+    explicit constexpr BlockShift(int k) : left(clamp(k, 0, kLongest)), right(clamp(-k, 0, kLongest)) {}
+    constexpr T operator()(T v) const { return static_cast<T>(shift_left(v, left) >> right); }
+};
 
 // floor(32768·num / den) for 0 <= num < den.
 constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {

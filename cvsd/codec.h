@@ -49,9 +49,8 @@ struct Codec {
 
     // A record outside its documented ranges is brought into them, so that no arithmetic below can overflow.
     explicit Codec(const CvsdState &s)
-        : accumulator(std::clamp(s.accumulator, kAccumulatorMin - kRaised, kAccumulatorMax - kRaised) +
-                      kRaised),
-          step(std::clamp(s.step, INT32_C(0), kStepMax) - kStepOffset) {}
+        : accumulator(clamp(s.accumulator, kAccumulatorMin - kRaised, kAccumulatorMax - kRaised) + kRaised),
+          step(clamp(s.step, 0, kStepMax) - kStepOffset) {}
 
     void store(CvsdState &s, std::int32_t run_bits) const {
         s = {accumulator - kRaised, step + kStepOffset, run_bits};
@@ -71,7 +70,7 @@ struct Codec {
         const std::int32_t delta = (step + kStepOffset) >> 4;
         accumulator = (leaked - down) + (delta ^ down); // delta ^ -1 is -delta - 1
         if (accumulator < kAccumulatorMin || accumulator > kAccumulatorMax) [[unlikely]] {
-            accumulator = std::clamp(accumulator, kAccumulatorMin, kAccumulatorMax);
+            accumulator = clamp(accumulator, kAccumulatorMin, kAccumulatorMax);
         }
     }
 };

@@ -9,7 +9,7 @@ namespace {
 void encode_block(Codec &codec, std::uint32_t &history, const std::int16_t *pcm, std::uint8_t *bits,
                   std::int32_t bytes) {
     std::int32_t target[8 * kBlockBytes];
-    std::transform(pcm, pcm + 8 * bytes, target, [](int v) { return v * 64 + kRaised; });
+    for (std::int32_t i = 0; i < 8 * bytes; ++i) target[i] = pcm[i] * 64 + kRaised;
 
     for (std::int32_t i = 0; i < bytes; ++i) {
         for (int k = 0; k < 8; ++k) {

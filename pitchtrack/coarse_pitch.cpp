@@ -2,14 +2,11 @@
 // up to seven peaks interpolated to a sixteenth of a millisecond, and the choice among them.
 #include "arith/correlation.h"
 #include "arith/fixed_point.h"
+#include "arith/samples.h"
 #include "cvsd_qor.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <functional>
-#include <numeric>
-#include <span>
 
 using namespace cvsd_qor;
 
@@ -21,10 +18,14 @@ constexpr std::int16_t MPTH[4] = {22938, 18022, 15728, 12124};
 namespace {
 
 // The arithmetic reads these copies, never the exported symbols, which a host program could define too.
-constexpr auto kOffset = std::to_array(x);
-constexpr auto kOffsetSquared = std::to_array(x2);
-constexpr auto kReciprocal = std::to_array(invk);
-constexpr auto kMultipleThreshold = std::to_array(MPTH);
+struct Table {
+    std::int16_t at[4];
+    explicit constexpr Table(const std::int16_t *t) : at{t[0], t[1], t[2], t[3]} {}
+};
+constexpr Table kOffset(x);
+constexpr Table kOffsetSquared(x2);
+constexpr Table kReciprocal(invk);
+constexpr Table kMultipleThreshold(MPTH);
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
@@ -32,7 +33,7 @@ constexpr int kSamples = 71; // decimated, oldest first
 constexpr int kWindow = 30;  // the newest of them
 constexpr int kOldest = kSamples - kWindow;
 constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
-constexpr std::size_t kMaxPeaks = 7;
+constexpr int kMaxPeaks = 7;
 constexpr std::uint16_t kNoPitch = 40;
 
 // Even at the shortest lag the rounded length ends within the samples.
@@ -57,22 +58,20 @@ struct Saturating {
 };
 
 // Indexed by lag - kFirstLag, with room behind for whole vectors and one more.
-constexpr std::size_t kLags = kLastLag - kFirstLag + 1;
-constexpr std::size_t kLanes = whole_vectors(kLags);
-constexpr std::size_t kSteps = kLags - 1; // from a lag to the next
-
-template <class T>
-using PerLag = std::array<T, kLanes + 1>;
+constexpr int kLags = kLastLag - kFirstLag + 1;
+constexpr int kLanes = whole_vectors(kLags);
+constexpr int kPerLag = kLanes + 1;
+constexpr int kSteps = kLags - 1; // from a lag to the next
 
 struct Lags {
-    PerLag<std::int32_t> corr;
-    PerLag<std::int32_t> energy;
+    std::int32_t corr[kPerLag];
+    std::int32_t energy[kPerLag];
     // Their normalised forms, with zeros behind; c2 has the sign of the correlation.
-    PerLag<std::int16_t> c2;
-    PerLag<std::int16_t> mantissa;
-    PerLag<std::int16_t> exponent;
+    std::int16_t c2[kPerLag];
+    std::int16_t mantissa[kPerLag];
+    std::int16_t exponent[kPerLag];
 
-    NormalisedCorrelation record(std::size_t i) const { return {c2[i], mantissa[i], exponent[i]}; }
+    NormalisedCorrelation record(int i) const { return {c2[i], mantissa[i], exponent[i]}; }
 };
 
 struct Candidate {
@@ -81,8 +80,8 @@ struct Candidate {
 };
 
 struct Candidates {
-    std::array<Candidate, kMaxPeaks> at; // lags ascend
-    std::size_t count;
+    Candidate at[kMaxPeaks]; // lags ascend
+    int count;
 
     std::int32_t longest() const { return at[count - 1].lag; }
 };
@@ -95,31 +94,36 @@ constexpr NormalisedCorrelation kWorst = {INT16_MIN, 1, 0};
 bool is_exact(const std::int16_t *dec) {
     std::int16_t highest = *dec;
     std::int16_t lowest = *dec;
-    for (const std::int16_t v : std::span(dec, kSamples)) {
-        highest = std::max(highest, v);
-        lowest = std::min(lowest, v);
+    for (int m = 0; m < kSamples; ++m) {
+        highest = std::max(highest, dec[m]);
+        lowest = std::min(lowest, dec[m]);
     }
     return std::max<int>(highest, -lowest) <= kExactPeak;
 }
 
 void correlate(const std::int16_t *dec, Lags &lags) {
-    std::array<std::int16_t, kPadded> window{};
+    std::int16_t window[kPadded]{};
     const std::int16_t *shortest = dec + kOldest - kFirstLag; // the window delayed by the shortest lag
-    std::copy_n(dec + kOldest, kWindow, window.begin());
-    std::generate_n(lags.corr.begin(), kLags, [&, further = 0]() mutable {
-        return std::inner_product(window.begin(), window.end(), shortest - further++, 0);
-    });
+    copy_samples(dec + kOldest, kWindow, window);
+    for (int i = 0; i < kLags; ++i) {
+        std::int32_t sum = 0;
+        for (int m = 0; m < kPadded; ++m) sum += window[m] * shortest[m - i];
+        lags.corr[i] = sum;
+    }
 
     // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
     // entering² - leaving² = (entering - leaving) · (entering + leaving), where both factors fit in 16 bits.
-    std::array<std::int32_t, kSteps> change; // shortest lag last
-    std::transform(dec, dec + kSteps, dec + kWindow, change.begin(),
-                   [](std::int16_t entering, std::int16_t leaving) {
-                       const auto difference = static_cast<std::int16_t>(entering - leaving);
-                       return difference * static_cast<std::int16_t>(entering + leaving);
-                   });
-    lags.energy[0] = std::inner_product(shortest, shortest + kWindow, shortest, 0);
-    std::inclusive_scan(change.rbegin(), change.rend(), &lags.energy[1], std::plus{}, lags.energy[0]);
+    std::int32_t change[kSteps];
+    for (int i = 0; i < kSteps; ++i) {
+        const std::int16_t entering = shortest[-1 - i];
+        const std::int16_t leaving = shortest[kWindow - 1 - i];
+        const auto difference = static_cast<std::int16_t>(entering - leaving);
+        change[i] = difference * static_cast<std::int16_t>(entering + leaving);
+    }
+    std::int32_t energy = 0;
+    for (int m = 0; m < kWindow; ++m) energy += shortest[m] * shortest[m];
+    lags.energy[0] = energy;
+    for (int i = 0; i < kSteps; ++i) lags.energy[i + 1] = energy += change[i];
 }
 
 [[gnu::cold]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
@@ -132,58 +136,58 @@ void correlate(const std::int16_t *dec, Lags &lags) {
         const std::int16_t leaving = dec[kSamples - lag];
         const std::int16_t entering = dec[kOldest - lag];
         energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
-        lags.energy[static_cast<std::size_t>(lag - kFirstLag)] = energy;
+        lags.energy[lag - kFirstLag] = energy;
     }
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
         std::int32_t corr = 0;
         for (int m = kOldest; m < kSamples; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
-        lags.corr[static_cast<std::size_t>(lag - kFirstLag)] = corr;
+        lags.corr[lag - kFirstLag] = corr;
     }
 }
 
 // --- Normalise ------------------------------------------------------------------------------------------
 
 void normalise_lags(Lags &lags) {
-    PerLag<std::int16_t> c;
-    for (std::size_t i = 0; i != kLags; ++i) {
+    std::int16_t c[kPerLag];
+    for (int i = 0; i != kLags; ++i) {
         const int corr_shift = norm32(lags.corr[i]);
         const int energy_shift = norm32(lags.energy[i]);
         c[i] = high_half(shift_left(lags.corr[i], corr_shift));
         lags.mantissa[i] = high_half(shift_left(lags.energy[i], energy_shift));
         lags.exponent[i] = static_cast<std::int16_t>(2 * corr_shift - energy_shift);
     }
-    for (auto *padded : {&c, &lags.mantissa, &lags.exponent})
-        std::fill(padded->begin() + kLags, padded->end(), std::int16_t{});
-    for (std::size_t i = 0; i != kLanes; ++i) {
-        const std::int32_t c2 = half_square(c[i]);
-        lags.c2[i] = static_cast<std::int16_t>((sign(c[i]) | 1) * c2);
+    for (std::int16_t *padded : {c, lags.mantissa, lags.exponent}) {
+        std::fill_n(padded + kLags, kPerLag - kLags, std::int16_t{0});
     }
-    lags.c2.back() = {};
+    for (int i = 0; i != kLanes; ++i) {
+        const std::int32_t c2 = half_square(c[i]);
+        lags.c2[i] = static_cast<std::int16_t>((sign16(c[i]) | 1) * c2);
+    }
+    lags.c2[kLanes] = 0;
 }
 
 // --- Find peaks -----------------------------------------------------------------------------------------
 
 // Indices of the lags of positive correlation that beat both neighbours, the first kMaxPeaks of them.
 struct Peaks {
-    std::array<std::size_t, kLags / 2>
-        at; // 18 where every second inner lag is a peak, and one to write behind
-    std::size_t count;
+    int at[kLags / 2]; // 18 where every second inner lag is a peak, and one to write behind
+    int count;
 };
 
 // Two neighbours need one pair of cross products, as in beats(): the first beats the second if its product is
 // greater, and the second the first if it is less. No measured c2 is -32768, so the products need no
 // saturation.
 Peaks find_peaks(const Lags &lags) {
-    PerLag<std::int32_t> here;
-    PerLag<std::int32_t> before;
-    PerLag<std::int16_t> here_down;
-    PerLag<std::int16_t> before_down;
-    for (std::size_t i = 0; i != kLanes; ++i) {
+    std::int32_t here[kLanes];
+    std::int32_t before[kLanes];
+    std::int16_t here_down[kLanes];
+    std::int16_t before_down[kLanes];
+    for (int i = 0; i != kLanes; ++i) {
         here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
         before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
         const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
-        here_down[i] = std::clamp<std::int16_t>(d, 0, 31);
-        before_down[i] = std::clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, 31);
+        here_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
+        before_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
     }
 
     // Every lag is written behind the list, and counted if it is a peak: that spares a branch that cannot be
@@ -191,11 +195,11 @@ Peaks find_peaks(const Lags &lags) {
     Peaks peaks;
     peaks.count = 0;
     bool rises = false;
-    for (std::size_t i = 0; i != kSteps; ++i) {
+    for (int i = 0; i != kSteps; ++i) {
         const std::int32_t a = here[i] >> here_down[i];
         const std::int32_t b = before[i] >> before_down[i];
         peaks.at[peaks.count] = i;
-        peaks.count += static_cast<std::size_t>(rises & (a < b));
+        peaks.count += static_cast<int>(rises & (a < b));
         rises = (a > b) & (lags.corr[i + 1] > 0);
     }
     peaks.count = std::min(peaks.count, kMaxPeaks);
@@ -203,7 +207,7 @@ Peaks find_peaks(const Lags &lags) {
 }
 
 [[gnu::cold]] void negate(Lags &lags) {
-    for (std::size_t i = 0; i != kLags; ++i) {
+    for (int i = 0; i != kLags; ++i) {
         lags.corr[i] = sub_sat(0, lags.corr[i]);
         lags.c2[i] = static_cast<std::int16_t>(-lags.c2[i]);
     }
@@ -214,7 +218,7 @@ Peaks find_peaks(const Lags &lags) {
 // The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour, on the parabola
 // through the correlations and the straight line through the energies.
 template <class Arithmetic>
-Candidate interpolate(const Lags &lags, std::size_t peak) {
+Candidate interpolate(const Lags &lags, int peak) {
     using A = Arithmetic;
     const std::int32_t centre = lags.corr[peak];
     const std::int32_t slope = A::sub(lags.corr[peak + 1], lags.corr[peak - 1]) >> 1;
@@ -225,25 +229,25 @@ Candidate interpolate(const Lags &lags, std::size_t peak) {
     std::int32_t energy = lags.energy[peak];
     std::int32_t offset = 0;
     NormalisedCorrelation best = lags.record(peak);
-    for (std::size_t i = 0; i < kOffset.size(); ++i) {
+    for (int i = 0; i < 4; ++i) {
         energy = A::add(energy, energy_step);
-        const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared[i]);
-        const std::int32_t rise = mul_32_by_q15(slope, kOffset[i]);
+        const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared.at[i]);
+        const std::int32_t rise = mul_32_by_q15(slope, kOffset.at[i]);
         const std::int32_t corr = A::add(right ? A::add(bend, rise) : A::sub(bend, rise), centre);
         const NormalisedCorrelation point = normalise(corr, energy);
         if (beats(point, best)) {
             best = point;
-            offset = static_cast<std::int32_t>(i) + 1;
+            offset = i + 1;
         }
     }
-    return {kFactor * (kFirstLag + static_cast<std::int32_t>(peak)) + (right ? offset : -offset), best};
+    return {kFactor * (kFirstLag + peak) + (right ? offset : -offset), best};
 }
 
 template <class Arithmetic>
 Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
     Candidates c;
     c.count = peaks.count;
-    for (std::size_t j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.at[j]);
+    for (int j = 0; j < c.count; ++j) c.at[j] = interpolate<Arithmetic>(lags, peaks.at[j]);
     return c;
 }
 
@@ -260,10 +264,10 @@ bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b, std
     return beats(a, b);
 }
 
-std::size_t strongest(const Candidates &c) {
-    std::size_t best = 0;
+int strongest(const Candidates &c) {
+    int best = 0;
     NormalisedCorrelation reference = kWorst;
-    for (std::size_t j = 0; j < c.count; ++j) {
+    for (int j = 0; j < c.count; ++j) {
         if (beats(c.at[j].record, reference)) {
             reference = c.at[j].record;
             best = j;
@@ -273,10 +277,10 @@ std::size_t strongest(const Candidates &c) {
 }
 
 // The strongest candidate within a quarter of the previous pitch; c.count where there is none.
-std::size_t strongest_near(const Candidates &c, std::int16_t prev) {
-    std::size_t best = c.count;
+int strongest_near(const Candidates &c, std::int16_t prev) {
+    int best = c.count;
     NormalisedCorrelation reference = kWorst;
-    for (std::size_t j = 0; j < c.count; ++j) {
+    for (int j = 0; j < c.count; ++j) {
         const std::int16_t distance = abs16(wrap16(c.at[j].lag - prev));
         if (wrap16(distance - (prev >> 2)) <= 0 && beats(c.at[j].record, reference)) {
             reference = c.at[j].record;
@@ -288,14 +292,13 @@ std::size_t strongest_near(const Candidates &c, std::int16_t prev) {
 
 // Whether every multiple of candidate j's lag, up to the longest candidate, is itself a candidate of some
 // strength.
-bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorrelation &best) {
+bool multiples_confirm(const Candidates &c, int j, const NormalisedCorrelation &best) {
     const std::int32_t period = c.at[j].lag;
-    std::size_t i = j;
-    std::size_t k = 0;
+    int i = j;
+    int k = 0;
     for (std::int32_t multiple = 2 * period; multiple <= c.longest(); multiple += period, ++k) {
         const std::int32_t tolerance = mul_q15_rounded(1966, multiple); // 0.06
-        const std::int16_t threshold =
-            k < kMultipleThreshold.size() ? kMultipleThreshold[k] : std::int16_t{9830};
+        const std::int16_t threshold = k < 4 ? kMultipleThreshold.at[k] : std::int16_t{9830};
         for (;; ++i) {
             if (i == c.count || c.at[i].lag > multiple + tolerance) return false;
             if (c.at[i].lag <= multiple - tolerance) continue;
@@ -308,20 +311,21 @@ bool multiples_confirm(const Candidates &c, std::size_t j, const NormalisedCorre
 
 // Whether lag is about a half, a third, a quarter or a fifth of whole.
 bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
-    return std::any_of(kReciprocal.begin(), kReciprocal.end(), [&](std::int16_t reciprocal) {
+    for (const std::int16_t reciprocal : kReciprocal.at) {
         const std::int32_t part = (reciprocal * whole) >> 15;
         const std::int32_t tolerance = mul_q15_rounded(3113, part); // 0.095
-        return part - tolerance < lag && lag < part + tolerance;
-    });
+        if (part - tolerance < lag && lag < part + tolerance) return true;
+    }
+    return false;
 }
 
 std::int32_t choose(const Candidates &c, std::int16_t prev) {
-    const std::size_t best = strongest(c);
-    const std::size_t near = strongest_near(c, prev);
+    const int best = strongest(c);
+    const int near = strongest_near(c, prev);
     const NormalisedCorrelation &best_record = c.at[best].record;
 
     // Ends at the longest lag at the latest.
-    for (std::size_t j = 0; 2 * c.at[j].lag < c.longest(); ++j) {
+    for (int j = 0; 2 * c.at[j].lag < c.longest(); ++j) {
         const NormalisedCorrelation &r = c.at[j].record;
         const std::int32_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
         if (beats_weighted(r, best_record, (r.energy * weight) >> 15) &&

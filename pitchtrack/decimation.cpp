@@ -4,13 +4,11 @@
 // bits of headroom; the output of a call is brought to one exponent, the smaller of the history's and the new
 // samples'.
 #include "arith/fixed_point.h"
+#include "arith/samples.h"
 #include "cvsd_qor.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <iterator>
-#include <numeric>
 
 using namespace cvsd_qor;
 
@@ -26,18 +24,20 @@ constexpr int kFactor = 8;
 constexpr int kMemory = 60; // samples of the previous frame that the filter reaches back to
 constexpr int kFrame = 120; // samples
 constexpr int kNew = kFrame / kFactor;
-constexpr int kHistory = 56; // decimated samples carried over
+constexpr int kHistory = 56;               // decimated samples carried over
+constexpr int kKept = kHistory - kNew - 1; // of them, those that the new history takes from the old one
 constexpr int kOutput = kHistory + kNew;
 constexpr int kHeadroom = 3; // bits kept free in decim_hist
 
 // The filter in the order of its input, oldest first, with zero taps in front that round its length up to
 // whole vectors.
 constexpr int kTaps = whole_vectors(kMemory);
-constexpr auto taps = [] {
-    std::array<std::int16_t, kTaps> t{};
-    std::reverse_copy(std::begin(bdf), std::end(bdf), t.end() - kMemory);
-    return t;
-}();
+constexpr struct Taps {
+    std::int16_t oldest_first[kTaps]{};
+    constexpr Taps() {
+        for (int k = 0; k < kMemory; ++k) oldest_first[kTaps - 1 - k] = bdf[k];
+    }
+} taps;
 
 // No partial sum of products can leave 32 bits.
 static_assert([] {
@@ -47,12 +47,12 @@ static_assert([] {
 }());
 
 // Blocks are padded with zeros to whole vectors.
-using Output = std::array<std::int16_t, whole_vectors(kOutput)>;
-using Accumulators = std::array<std::int32_t, whole_vectors(kNew)>;
-static_assert(Output{}.size() == kHistory + Accumulators{}.size());
+constexpr int kPaddedOutput = whole_vectors(kOutput);
+constexpr int kPaddedNew = whole_vectors(kNew);
+static_assert(kPaddedOutput == kHistory + kPaddedNew);
 
 struct Filtered {
-    Accumulators acc;
+    std::int32_t acc[kPaddedNew];
     int exponent; // the left shifts that leave the largest magnitude its headroom
 };
 
@@ -63,8 +63,9 @@ Filtered filter(const std::int16_t *in) {
     std::int32_t bits = 2;
     for (int m = 0; m < kNew; ++m) {
         const std::int16_t *oldest = in + kMemory + kFactor * (m + 1) - kTaps;
-        const std::int32_t sum = std::inner_product(taps.begin(), taps.end(), oldest, 0);
-        f.acc[static_cast<std::size_t>(m)] = sum;
+        std::int32_t sum = 0;
+        for (int k = 0; k < kTaps; ++k) sum += taps.oldest_first[k] * oldest[k];
+        f.acc[m] = sum;
         bits |= std::max(sum, -sum);
     }
     f.exponent = norm32(bits) - kHeadroom;
@@ -72,53 +73,41 @@ Filtered filter(const std::int16_t *in) {
 }
 
 // The left shifts that leave the samples which go into the history their headroom.
-int headroom_of(const Output &out) {
+int headroom_of(const std::int16_t *out) {
     std::uint16_t bits = 1;
-    for (std::size_t j = kNew; j < out.size(); ++j)
+    for (int j = kNew; j < kPaddedOutput; ++j)
         bits |= static_cast<std::uint16_t>(std::max<std::int32_t>(out[j], -out[j]));
     return norm16(static_cast<std::int16_t>(std::min<int>(bits, INT16_MAX))) - kHeadroom;
 }
 
-// v · 2^k for a whole block: a left shift that the caller knows to fit, or an arithmetic right shift.
-struct BlockShift {
-    int left;
-    int right;
-
-    explicit constexpr BlockShift(int k) : left(std::max(k, 0)), right(std::clamp(-k, 0, kMaxShift)) {}
-    constexpr std::int32_t operator()(std::int32_t v) const { return shift_left(v, left) >> right; }
-};
-
 } // namespace
 
 void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
-    std::copy_n(state->decim_mem, kMemory, in);
+    copy_samples(state->decim_mem, kMemory, in);
     const auto [acc, new_exp] = filter(in);
-    std::copy_n(in + kFrame, kMemory, state->decim_mem);
+    copy_samples(in + kFrame, kMemory, state->decim_mem);
 
     const int common_exp = std::min<int>(state->decim_exp, new_exp);
     const int drop = state->decim_exp - common_exp; // bits that the history loses
 
     // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
     // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
-    alignas(16) Output common;
-    const BlockShift to_common(-drop);
-    const auto behind = std::transform(std::begin(state->decim_hist), std::end(state->decim_hist),
-                                       common.begin(), [=](int v) { return wrap16(to_common(v)); });
-    const BlockShift scale(common_exp);
-    std::transform(acc.begin(), acc.end(), behind, [=](int v) { return high_half(scale(v) + 0x8000); });
-    std::copy_n(common.data(), kOutput, out);
+    alignas(16) std::int16_t common[kPaddedOutput];
+    const BlockShift<std::int16_t> to_common(-drop);
+    for (int j = 0; j < kHistory; ++j) common[j] = to_common(state->decim_hist[j]);
+    const BlockShift<std::int32_t> scale(common_exp);
+    for (int m = 0; m < kPaddedNew; ++m) common[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
+    copy_samples(common, kOutput, out);
 
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
     // that the common exponent dropped; its last 16 samples come from the output. With 2^p above every |v >>
     // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is
     // within ±2^12, so nothing saturates, and no output is beyond 4096.
     const int headroom = headroom_of(common);
-    const BlockShift restore(headroom - drop);
-    std::int16_t *rest =
-        std::copy(state->decim_hist + kNew, std::end(state->decim_hist) - 1, state->decim_hist);
-    std::transform(state->decim_hist, rest, state->decim_hist, [=](int v) { return wrap16(restore(v)); });
-    const BlockShift raise(headroom);
-    std::transform(common.data() + kHistory - 1, common.data() + kOutput, rest,
-                   [=](int v) { return wrap16(raise(v)); });
+    const BlockShift<std::int16_t> restore(headroom - drop);
+    copy_samples(state->decim_hist + kNew, kKept, state->decim_hist);
+    for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j]);
+    const BlockShift<std::int16_t> raise(headroom);
+    for (int j = kKept; j < kHistory; ++j) state->decim_hist[j] = raise(common[kNew + j]);
     state->decim_exp = wrap16(common_exp + headroom);
 }

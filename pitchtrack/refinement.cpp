@@ -2,10 +2,10 @@
 // pitch, and the ratio of amplitudes one pitch apart.
 #include "arith/correlation.h"
 #include "arith/fixed_point.h"
+#include "arith/samples.h"
 #include "cvsd_qor.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 
 using namespace cvsd_qor;
@@ -40,7 +40,9 @@ struct Task {
     const std::int16_t *segment(int lag) const { return end - n - lag; }
 };
 
-using Correlations = std::array<std::int32_t, kVector>;
+struct Correlations {
+    std::int32_t at[kVector];
+};
 
 struct Best {
     int lag;
@@ -78,7 +80,7 @@ bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
 Correlations correlate(const std::int16_t *window, const std::int16_t *segments, int n) {
     Correlations c{};
     for (int i = 0; i < n; ++i) {
-        for (int k = 0; k < kLags; ++k) c[static_cast<std::size_t>(k)] += window[i] * segments[i + k];
+        for (int k = 0; k < kLags; ++k) c.at[k] += window[i] * segments[i + k];
     }
     return c;
 }
@@ -88,8 +90,7 @@ Correlations correlate(const std::int16_t *window, const std::int16_t *segments,
     Correlations c{};
     for (int i = 0; i < n; ++i) {
         for (int k = 0; k < kVector; ++k) {
-            std::int32_t &sum = c[static_cast<std::size_t>(k)];
-            sum = add_sat(sum, mul(window[i], segments[i + k]));
+            c.at[k] = add_sat(c.at[k], mul(window[i], segments[i + k]));
         }
     }
     return c;
@@ -114,13 +115,13 @@ Best search(const Task &t, bool exact) {
     const std::int16_t *segment = t.segment(t.first);
     std::int32_t e = exact ? energy(segment, t.n) : energy_saturating(segment, t.n);
 
-    const std::int32_t first_corr = std::max(corr[static_cast<std::size_t>(t.last - t.first)], INT32_C(-1));
+    const std::int32_t first_corr = std::max<std::int32_t>(corr.at[t.last - t.first], -1);
     Best best{t.first, first_corr, e, normalise(first_corr, e)};
     for (int lag = t.first + 1; lag <= t.last; ++lag) {
         const std::int16_t leaving = segment[t.n - 1];
         const std::int16_t entering = *--segment;
         e = add_sat(sub_sat(e, mul(leaving, leaving)), mul(entering, entering));
-        const std::int32_t c = corr[static_cast<std::size_t>(t.last - lag)];
+        const std::int32_t c = corr.at[t.last - lag];
         if (c <= 0 || e <= 0) continue;
         const NormalisedCorrelation record = normalise(c, e);
         if (beats(record, best.record)) best = {lag, c, e, record};
@@ -135,7 +136,7 @@ std::int32_t magnitude(const std::int16_t *samples, int n) {
     for (int i = 0; i < n; ++i) {
         const std::int16_t v = samples[i];
         const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
-        sum += limited * static_cast<std::int16_t>(sign(v) | 1);
+        sum += limited * static_cast<std::int16_t>(sign16(v) | 1);
     }
     return sum;
 }
@@ -157,7 +158,7 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
                              std::int32_t *lag_corr, std::int32_t *lag_energy, std::int16_t *amp_weight,
                              std::int16_t *refine_len, std::int16_t *scale_shift,
                              const std::int16_t *sig_hist, std::int16_t coarse_pitch) {
-    const int pitch = std::clamp<int>(coarse_pitch, kCoarseMin, kCoarseMax);
+    const int pitch = clamp<int>(coarse_pitch, kCoarseMin, kCoarseMax);
     const int n = std::min(pitch, kMaxWindow);
     const int first = std::max(pitch - kReach, kShortest);
     const int last = std::max(std::min(pitch + kReach, kLongest), first);
@@ -173,23 +174,25 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
         std::int64_t{first_q} + coarse_energy(end - n - last, kVector) + coarse_energy(end - first, kVector);
     const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
 
-    std::array<std::int16_t, kSignal> scaled;
+    std::int16_t scaled[kSignal];
     if (shift != 0) {
-        std::transform(sig_hist, end, scaled.begin(), [=](int v) { return wrap16(v >> shift); });
-        end = scaled.data() + kSignal;
+        const BlockShift<std::int16_t> scale(-shift);
+        for (int i = 0; i < kSignal; ++i) scaled[i] = scale(sig_hist[i]);
+        end = scaled + kSignal;
     }
-    std::array<std::int16_t, kMaxWindow + kVector> padded;
+    std::int16_t padded[kMaxWindow + kVector];
     const std::int16_t *window = end - n;
     if (n % kVector != 0) {
-        std::fill_n(std::copy_n(window, n, padded.data()), kVector, std::int16_t{0});
-        window = padded.data();
+        copy_samples(window, n, padded);
+        std::fill_n(padded + n, kVector, std::int16_t{0});
+        window = padded;
     }
     const Task task{window, n, first, last, end};
     const Best best = search(task, exact);
 
     const std::int16_t ratio =
         ratio_q14(magnitude(window, task.rounded()), magnitude(task.segment(best.lag), n));
-    const std::int16_t signed_ratio = wrap16(std::clamp(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
+    const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
     *amp_ratio = signed_ratio;

@@ -1,8 +1,10 @@
 // The wideband pitch tracker: one frame through decimation, coarse search and refinement.
+#include "arith/samples.h"
 #include "cvsd_qor.h"
 
-#include <algorithm>
 #include <cstdint>
+
+using namespace cvsd_qor;
 
 namespace {
 
@@ -17,8 +19,8 @@ constexpr int kDecimated = kFilterMemory + kFrame; // index in the work area beh
 std::int32_t PLC_PitchTracker(PitchTrackerState *state, const std::int16_t *frame) {
     std::int16_t *input = state->scratch;
     std::int16_t *decimated = state->scratch + kDecimated;
-    std::copy_n(frame, kFrame, state->sig_hist + kPast);
-    std::copy_n(frame, kFrame, input + kFilterMemory);
+    copy_samples(frame, kFrame, state->sig_hist + kPast);
+    copy_samples(frame, kFrame, input + kFilterMemory);
 
     PLC_Decim(input, decimated, state);
     state->coarse_pitch = static_cast<std::int16_t>(PLC_CoarsePitch(state, decimated, state->coarse_pitch));
@@ -26,6 +28,6 @@ std::int32_t PLC_PitchTracker(PitchTrackerState *state, const std::int16_t *fram
         PLC_RefinePitch(state, &state->amp_ratio, &state->lag_corr, &state->lag_energy, &state->amp_weight,
                         &state->refine_len, &state->scale_shift, state->sig_hist, state->coarse_pitch);
 
-    std::copy(state->sig_hist + kFrame, state->sig_hist + kSignal, state->sig_hist);
+    copy_samples(state->sig_hist + kFrame, kPast, state->sig_hist);
     return 0;
 }

@@ -1,5 +1,7 @@
 // A frame that was lost: repeat the last pitch period, widen the repeated segment to two and three periods on
 // the second and third lost frame, fade from the second on, and be silent from the sixth on.
+#include "arith/fixed_point.h"
+#include "arith/samples.h"
 #include "plc/block.h"
 
 #include <algorithm>
@@ -15,14 +17,14 @@ void close_ring(Block &b) {
 }
 
 void begin(Block &b, std::int16_t *frame) {
-    std::copy_n(b.history, b.history_len, b.pitch_buf);
+    copy_samples(b.history, b.history_len, b.pitch_buf);
     if (b.sample_rate == 8000) b.pitch = PLC_FindPitch_fix(wrap(b));
     b.syn_len = b.pitch;
     b.ola_len = std::min(b.pitch >> 2, b.ola_max);
-    std::copy_n(b.pitch_buf_end - b.ola_len, b.ola_len, b.last_quarter);
+    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.last_quarter);
     close_ring(b);
     // The delayed output has not yet given out these samples: it carries the join too.
-    std::copy_n(b.pitch_buf_end - b.ola_len, b.ola_len, b.history + b.history_len - b.ola_len);
+    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.history + b.history_len - b.ola_len);
     b.syn_pos = 0;
     PLC_GetSynSpeech(wrap(b), frame, b.frame_len);
 }
@@ -50,7 +52,7 @@ void g711plc_dofe_v2(PlcBlock *block, std::int16_t *frame) {
     Block &b = unwrap(block);
     if (b.sample_rate == 16000) {
         PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
-        b.pitch = std::clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
+        b.pitch = clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
     }
     if (b.erase_count == 0) {
         begin(b, frame);

@@ -1,4 +1,5 @@
 // A frame that arrived: enter it into the history and, after a loss, join it to the synthetic signal.
+#include "arith/samples.h"
 #include "plc/block.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ void join(Block &b, std::int16_t *frame) {
     PLC_GetSynSpeech(wrap(b), b.scratch, synthetic + fade);
     if (synthetic != 0) {
         PLC_ScaleSpeech_Reconverge(wrap(b), b.scratch, synthetic + fade);
-        std::copy_n(b.scratch, synthetic, frame);
+        copy_samples(b.scratch, synthetic, frame);
     }
     PLC_OlaEnd(wrap(b), frame + synthetic, b.scratch + synthetic, fade);
     b.erase_count = 0;

@@ -1,5 +1,6 @@
 // The steps that the good-frame and the erased-frame path are made of.
 #include "arith/fixed_point.h"
+#include "arith/samples.h"
 #include "plc/block.h"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ void PLC_GetSynSpeech(PlcBlock *block, std::int16_t *output, std::int32_t n) {
     Block &b = unwrap(block);
     while (n > 0) {
         const std::int32_t count = std::min(b.syn_len - b.syn_pos, n);
-        std::copy_n(b.syn_start + b.syn_pos, count, output);
+        copy_samples(b.syn_start + b.syn_pos, count, output);
         b.syn_pos += count;
         if (b.syn_pos == b.syn_len) b.syn_pos = 0;
         output += count;
@@ -41,7 +42,7 @@ void PLC_GetSynSpeech(PlcBlock *block, std::int16_t *output, std::int32_t n) {
 void PLC_SaveSpeech(PlcBlock *block, std::int16_t *frame) {
     Block &b = unwrap(block);
     std::int16_t *newest = b.history + b.history_len - b.frame_len;
-    std::copy(b.history + b.frame_len, b.history + b.history_len, b.history);
+    copy_samples(b.history + b.frame_len, b.history_len - b.frame_len, b.history);
     copy_frame(frame, newest, b.frame_len);
     copy_frame(newest - b.ola_max, frame, b.frame_len);
 }

@@ -51,6 +51,8 @@ TEST(Arithmetic, ShiftsSumsAndComparisons) {
         ASSERT_EQ(sub_sat(a, b), limited(std::int64_t{a} - b)) << a << " " << b;
         ASSERT_EQ(shift_left_sat32(a, k), shifted(a, k)) << a << " " << k;
         ASSERT_EQ(shift_left_sat16(wrap16(a), k), sample(shifted(wrap16(a), k))) << wrap16(a) << " " << k;
+        ASSERT_EQ(BlockShift<std::int16_t>(-std::abs(k))(wrap16(a)), shifted(wrap16(a), -std::abs(k)))
+            << wrap16(a) << " " << k;
         const NormalisedCorrelation one = normalise(a, b);
         NormalisedCorrelation other = normalise(value(), value());
         if (k > 0) other.c2 = -other.c2;

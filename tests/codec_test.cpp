@@ -9,8 +9,9 @@ void take(CvsdState &s, bool down) {
     const std::int32_t from = leaked(s.accumulator);
     s.run_bits = (down ? 8 : 0) + s.run_bits / 2;
     s.step += s.run_bits == 0 || s.run_bits == 15 ? 10240 : -(s.step / 1024) - (s.step % 1024 != 0);
-    s.step = std::clamp(s.step, 10240, 1310720);
-    s.accumulator = std::clamp(down ? from - s.step / 16 : from + s.step / 16, -2097151, 2097151);
+    s.step = std::clamp<std::int32_t>(s.step, 10240, 1310720);
+    s.accumulator =
+        std::clamp<std::int32_t>(down ? from - s.step / 16 : from + s.step / 16, -2097151, 2097151);
 }
 
 using Values = std::array<std::int32_t, 3>;

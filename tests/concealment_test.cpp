@@ -51,7 +51,8 @@ TEST(Stream, BurstsFadeAndJoin) {
             EXPECT_EQ(b.erase_count, 0);
             int end = b.frame_len;
             while (end > 0 && newest[end - 1] == at[end - 1]) --end;
-            const int expected = std::min(kind.reconverge + kind.ola_len + 32 * (burst - 1), b.frame_len);
+            const int expected =
+                std::min<int>(kind.reconverge + kind.ola_len + 32 * (burst - 1), b.frame_len);
             EXPECT_TRUE(end == expected || end == expected - 1) << end; // the last weight is all but one
             for (int i = 0; i < b.frame_len; ++i) {
                 EXPECT_LE(std::abs(newest[i] - newest[i - 1]), kind.steepest) << i;
