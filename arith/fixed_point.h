@@ -113,7 +113,7 @@ constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
 constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) { return saturate16(shift_left_sat32(v, k)); }
 
 // v·2^k for a block of values and one k: a left shift that the caller knows to fit, or an arithmetic right
-// shift of any length. Neither count reaches the width of T: compilers shift 16-bit values in 16-bit lanes,
+// shift of any length. The count stays below the width of T: compilers shift 16-bit values in 16-bit lanes,
 // and on some machines a lane takes its count modulo 16.
 template <class T>
 struct BlockShift {
@@ -121,8 +121,10 @@ struct BlockShift {
     int left;
     int right;
 
-    explicit constexpr BlockShift(int k) : left(clamp(k, 0, kLongest)), right(clamp(-k, 0, kLongest)) {}
-    constexpr T operator()(T v) const { return static_cast<T>(shift_left(v, left) >> right); }
+    explicit constexpr BlockShift(int k) : left(std::max(k, 0)), right(clamp(-k, 0, kLongest)) {}
+    constexpr T operator()(T v) const {
+        return static_cast<T>(static_cast<T>(shift_left(v, left & kLongest)) >> (right & kLongest));
+    }
 };
 
 // floor(32768·num / den) for 0 <= num < den.

@@ -1,5 +1,7 @@
-// Blocks of samples.
+// Blocks of samples: copies and sums.
 #pragma once
+
+#include "arith/fixed_point.h"
 
 #include <cstdint>
 #include <cstring>
@@ -10,6 +12,47 @@ namespace cvsd_qor {
 // hardened builds, by functions of the C++ run-time.
 inline void copy_samples(const std::int16_t *from, std::int32_t n, std::int16_t *to) {
     if (n > 0) std::memmove(to, from, static_cast<std::size_t>(n) * sizeof *to);
+}
+
+// Copies N samples that do not overlap: a few moves where the call above is one.
+template <int N>
+void copy_samples(const std::int16_t *from, std::int16_t *to) {
+    std::memcpy(to, from, N * sizeof *to);
+}
+
+// Calls step(0) .. step(N - 1), where a step adds to 32-bit sums. With N known and a whole number of vectors,
+// g++ and clang take eight steps at once on x86-64 and aarch64, at -O2 and -O3: sums of products of 16-bit
+// values become multiply-adds. Left to itself clang 14 takes four, and the decimation takes four times as
+// long.
+template <int N, class Step>
+[[gnu::always_inline]] inline void accumulate(Step step) {
+    static_assert(N % kVector == 0);
+#ifdef __clang__
+#pragma clang loop vectorize_width(8) interleave_count(1)
+#endif
+    for (int i = 0; i < N; ++i) step(i);
+}
+
+// Sum of term(0) .. term(N - 1), modulo 2^32: exact where the caller's bound keeps it within 32 bits, in
+// whatever order it is formed.
+template <int N, class Term>
+[[gnu::always_inline]] inline std::int32_t sum_of(Term term) {
+    std::uint32_t sum = 0;
+    accumulate<N>([&](int i) { sum += static_cast<std::uint32_t>(term(i)); });
+    return static_cast<std::int32_t>(sum);
+}
+
+// N samples, aligned as vectors are, which spares the sum below a load for each vector.
+template <int N>
+struct alignas(kVector * sizeof(std::int16_t)) Vectors {
+    std::int16_t at[N];
+};
+
+// Out of line: inside a loop over lags g++ 12 takes neighbouring lags for the lanes of its vectors, which on
+// aarch64 doubles the instructions.
+template <int N>
+[[gnu::noinline]] std::int32_t sum_of_products(const Vectors<N> &a, const std::int16_t *b) {
+    return sum_of<N>([&a, b](int i) { return a.at[i] * b[i]; });
 }
 
 } // namespace cvsd_qor

@@ -95,35 +95,32 @@ bool is_exact(const std::int16_t *dec) {
     std::int16_t highest = *dec;
     std::int16_t lowest = *dec;
     for (int m = 0; m < kSamples; ++m) {
-        highest = std::max(highest, dec[m]);
-        lowest = std::min(lowest, dec[m]);
+        const std::int16_t v = dec[m];
+        highest = std::max(highest, v);
+        lowest = std::min(lowest, v);
     }
     return std::max<int>(highest, -lowest) <= kExactPeak;
 }
 
 void correlate(const std::int16_t *dec, Lags &lags) {
-    std::int16_t window[kPadded]{};
+    Vectors<kPadded> window{};
     const std::int16_t *shortest = dec + kOldest - kFirstLag; // the window delayed by the shortest lag
-    copy_samples(dec + kOldest, kWindow, window);
-    for (int i = 0; i < kLags; ++i) {
-        std::int32_t sum = 0;
-        for (int m = 0; m < kPadded; ++m) sum += window[m] * shortest[m - i];
-        lags.corr[i] = sum;
-    }
+    copy_samples<kWindow>(dec + kOldest, window.at);
+    for (int i = 0; i < kLags; ++i) lags.corr[i] = sum_of_products(window, shortest - i);
 
     // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
     // entering² - leaving² = (entering - leaving) · (entering + leaving), where both factors fit in 16 bits.
-    std::int32_t change[kSteps];
+    std::int32_t change[kSteps]; // longest lag first
     for (int i = 0; i < kSteps; ++i) {
-        const std::int16_t entering = shortest[-1 - i];
-        const std::int16_t leaving = shortest[kWindow - 1 - i];
+        const std::int16_t entering = dec[i];
+        const std::int16_t leaving = dec[i + kWindow];
         const auto difference = static_cast<std::int16_t>(entering - leaving);
         change[i] = difference * static_cast<std::int16_t>(entering + leaving);
     }
-    std::int32_t energy = 0;
-    for (int m = 0; m < kWindow; ++m) energy += shortest[m] * shortest[m];
+    std::int32_t energy = sum_of<kPadded>([=](int m) { return shortest[m] * shortest[m]; });
+    for (int m = kWindow; m < kPadded; ++m) energy -= shortest[m] * shortest[m];
     lags.energy[0] = energy;
-    for (int i = 0; i < kSteps; ++i) lags.energy[i + 1] = energy += change[i];
+    for (int i = 0; i < kSteps; ++i) lags.energy[i + 1] = energy += change[kSteps - 1 - i];
 }
 
 [[gnu::cold]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
@@ -182,9 +179,9 @@ Peaks find_peaks(const Lags &lags) {
     std::int32_t before[kLanes];
     std::int16_t here_down[kLanes];
     std::int16_t before_down[kLanes];
+    for (int i = 0; i != kLanes; ++i) here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
+    for (int i = 0; i != kLanes; ++i) before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
     for (int i = 0; i != kLanes; ++i) {
-        here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
-        before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
         const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
         here_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
         before_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
@@ -193,16 +190,16 @@ Peaks find_peaks(const Lags &lags) {
     // Every lag is written behind the list, and counted if it is a peak: that spares a branch that cannot be
     // predicted.
     Peaks peaks;
-    peaks.count = 0;
+    int count = 0;
     bool rises = false;
     for (int i = 0; i != kSteps; ++i) {
         const std::int32_t a = here[i] >> here_down[i];
         const std::int32_t b = before[i] >> before_down[i];
-        peaks.at[peaks.count] = i;
-        peaks.count += static_cast<int>(rises & (a < b));
+        peaks.at[count] = i;
+        count += static_cast<int>(rises & (a < b));
         rises = (a > b) & (lags.corr[i + 1] > 0);
     }
-    peaks.count = std::min(peaks.count, kMaxPeaks);
+    peaks.count = std::min(count, kMaxPeaks);
     return peaks;
 }
 

@@ -63,8 +63,7 @@ Filtered filter(const std::int16_t *in) {
     std::int32_t bits = 2;
     for (int m = 0; m < kNew; ++m) {
         const std::int16_t *oldest = in + kMemory + kFactor * (m + 1) - kTaps;
-        std::int32_t sum = 0;
-        for (int k = 0; k < kTaps; ++k) sum += taps.oldest_first[k] * oldest[k];
+        const std::int32_t sum = sum_of<kTaps>([=](int k) { return taps.oldest_first[k] * oldest[k]; });
         f.acc[m] = sum;
         bits |= std::max(sum, -sum);
     }
@@ -75,17 +74,19 @@ Filtered filter(const std::int16_t *in) {
 // The left shifts that leave the samples which go into the history their headroom.
 int headroom_of(const std::int16_t *out) {
     std::uint16_t bits = 1;
-    for (int j = kNew; j < kPaddedOutput; ++j)
-        bits |= static_cast<std::uint16_t>(std::max<std::int32_t>(out[j], -out[j]));
+    for (int j = kNew; j < kPaddedOutput; ++j) {
+        const std::int16_t v = out[j];
+        bits |= static_cast<std::uint16_t>(std::max(v, static_cast<std::int16_t>(-v)));
+    }
     return norm16(static_cast<std::int16_t>(std::min<int>(bits, INT16_MAX))) - kHeadroom;
 }
 
 } // namespace
 
 void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
-    copy_samples(state->decim_mem, kMemory, in);
+    copy_samples<kMemory>(state->decim_mem, in);
     const auto [acc, new_exp] = filter(in);
-    copy_samples(in + kFrame, kMemory, state->decim_mem);
+    copy_samples<kMemory>(in + kFrame, state->decim_mem);
 
     const int common_exp = std::min<int>(state->decim_exp, new_exp);
     const int drop = state->decim_exp - common_exp; // bits that the history loses
@@ -97,7 +98,7 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     for (int j = 0; j < kHistory; ++j) common[j] = to_common(state->decim_hist[j]);
     const BlockShift<std::int32_t> scale(common_exp);
     for (int m = 0; m < kPaddedNew; ++m) common[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
-    copy_samples(common, kOutput, out);
+    copy_samples<kOutput>(common, out);
 
     // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
     // that the common exponent dropped; its last 16 samples come from the output. With 2^p above every |v >>
@@ -105,8 +106,7 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     // within ±2^12, so nothing saturates, and no output is beyond 4096.
     const int headroom = headroom_of(common);
     const BlockShift<std::int16_t> restore(headroom - drop);
-    copy_samples(state->decim_hist + kNew, kKept, state->decim_hist);
-    for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j]);
+    for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j + kNew]);
     const BlockShift<std::int16_t> raise(headroom);
     for (int j = kKept; j < kHistory; ++j) state->decim_hist[j] = raise(common[kNew + j]);
     state->decim_exp = wrap16(common_exp + headroom);

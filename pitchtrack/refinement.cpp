@@ -12,36 +12,71 @@ using namespace cvsd_qor;
 
 namespace {
 
-constexpr int kSignal = 561; // samples of history
-constexpr int kMaxWindow = 120;
+constexpr int kSignal = 561;  // samples of history
+constexpr int kWindow = 120;  // samples that are compared, at most
 constexpr int kShortest = 40; // lags, samples
 constexpr int kLongest = 320;
-constexpr int kReach = 3; // lags tried on either side
-
-// Windows are rounded up to whole vectors. Up to seven lags are correlated together, an eighth where that
-// makes a vector.
+constexpr int kReach = 3; // lags tried on either side of the coarse pitch
 constexpr int kLags = 2 * kReach + 1;
-static_assert(kMaxWindow % kVector == 0 && kLags <= kVector);
-static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX); // for coarse_energy
 
 // Beyond these the window would be negative or a segment would begin before the history. The coarse search
 // stays within 36..324.
 constexpr int kCoarseMin = 0;
-constexpr int kCoarseMax = kSignal - kMaxWindow + kReach;
+constexpr int kCoarseMax = kSignal - kWindow + kReach;
 
-// What is searched.
-struct Task {
-    const std::int16_t *window; // the newest n samples; behind them zeros up to a multiple of kVector
-    int n;
-    int first, last;         // lags, kLags of them at the most
-    const std::int16_t *end; // one past the newest sample
+// kWindow times 0, kWindow times -1: from [n] on, the mask that lets the newest n of kWindow samples through.
+constexpr struct Masks {
+    std::int16_t at[2 * kWindow]{};
+    constexpr Masks() {
+        for (int i = kWindow; i < 2 * kWindow; ++i) at[i] = -1;
+    }
+} masks;
 
-    int rounded() const { return whole_vectors(n); }
-    const std::int16_t *segment(int lag) const { return end - n - lag; }
+// The n samples before `end`, 0..kWindow, behind zeros that make them kWindow: every sum has one known
+// length.
+class Segment {
+public:
+    Segment(const std::int16_t *end, int n) : samples(end - kWindow), mask(masks.at + n) {}
+
+    std::int16_t operator[](int i) const { return static_cast<std::int16_t>(samples[i] & mask[i]); }
+
+    // Modulo 2^32.
+    std::uint32_t energy() const {
+        return static_cast<std::uint32_t>(
+            sum_of<kWindow>([*this](int i) { return (*this)[i] * (*this)[i]; }));
+    }
+
+    // On a scale on which it cannot overflow.
+    std::int32_t coarse_energy() const {
+        static_assert(std::int64_t{kWindow} * 4096 * 4096 <= INT32_MAX);
+        return sum_of<kWindow>([*this](int i) { return ((*this)[i] >> 3) * ((*this)[i] >> 3); });
+    }
+
+    // Sum of the magnitudes, -32768 counting as 32767. A product of value and sign becomes a multiply-add.
+    std::int32_t magnitude() const {
+        return sum_of<kWindow>([*this](int i) {
+            const std::int16_t v = (*this)[i];
+            const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
+            return limited * static_cast<std::int16_t>(sign16(v) | 1);
+        });
+    }
+
+private:
+    const std::int16_t *samples;
+    const std::int16_t *mask;
 };
 
-struct Correlations {
-    std::int32_t at[kVector];
+// What is searched. The segment of a lag is the n samples that lie the lag before the newest n.
+struct Task {
+    const std::int16_t *end; // one past the newest sample
+    int n;
+    int first, last; // lags, kLags of them at the most
+    Segment newest;
+};
+
+struct Sums {
+    std::int32_t corr[kVector]; // [last - lag], and one lane that only makes a whole vector
+    std::int32_t energy[kLags]; // [lag - first], of the lag's segment
 };
 
 struct Best {
@@ -51,94 +86,90 @@ struct Best {
     NormalisedCorrelation record;
 };
 
-// Energy on a scale on which no sum of a window overflows.
-std::int32_t coarse_energy(const std::int16_t *samples, int n) {
-    std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) sum += (samples[i] >> 3) * (samples[i] >> 3);
-    return sum;
-}
+// With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, s = 2^(3-shift)·q + r
+// with 0 <= r <= 7. Over a segment r has a square norm of at most kRest.
+constexpr std::int32_t kRest = 7 * 7 * kWindow;
 
-// With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, |s| <= 2^(3-shift)·|q|
-// + 8. With Q the sum of q² over at most 136 samples, the norm of s is at most 2^(3-shift)·sqrt(Q) + 94. A
-// partial sum of squares is at most the square of the segments' norm, one of products at most that norm times
-// the window's (Cauchy-Schwarz). Taking 31/32 of 2^25 as the limit for the segments' Q, and its square for
-// the product of both, leaves room for the 94: the window's Q is at most 120·4096², its root below 44870; the
-// root of the limit is below 5702.
-constexpr std::int64_t kExactLimit = INT64_C(31) << 20;
-static_assert(64 * kExactLimit + 94 * (8 * 44870 + 8 * 5702) + 94 * 94 <= INT32_MAX);
-static_assert(64 * (kExactLimit + (1 << 20)) > INT32_MAX); // another 32nd would be too much
+// The shift is judged by the first lag: its Q, the sum of q², is below 2^25·4^shift. Its energy is below
+// (8·sqrt(2^25) + sqrt(kRest))², which an unsigned 32-bit sum holds.
+int shift_for(std::int32_t first_q) { return std::max((7 - norm32(first_q)) >> 1, 0); }
+static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kRest);
+static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 
-// Whether no sum of the search can leave 32 bits: then plain sums in any order equal the ordered saturating
-// ones.
-bool is_exact(std::int64_t segments_q, std::int64_t window_q, int shift) {
-    const std::int64_t scaled_limit = kExactLimit << 2 * shift;
-    return segments_q <= scaled_limit && segments_q * window_q <= scaled_limit * scaled_limit;
-}
-
-// Correlations of the window with the segments that begin k samples on from that of the last lag: index k is
-// for the lag k less. With zeros behind the window n may be rounded up.
-Correlations correlate(const std::int16_t *window, const std::int16_t *segments, int n) {
-    Correlations c{};
-    for (int i = 0; i < n; ++i) {
-        for (int k = 0; k < kLags; ++k) c.at[k] += window[i] * segments[i + k];
+// The energies without any limit, by way of the samples that leave a segment and enter it from lag to lag.
+// Returns the largest.
+std::int64_t slide_energy(const Task &t, Sums &sums) {
+    const std::int16_t *segment_end = t.end - t.first;
+    std::int64_t energy = Segment(segment_end, t.n).energy();
+    std::int64_t largest = energy;
+    sums.energy[0] = static_cast<std::int32_t>(energy);
+    for (int i = 1; i <= t.last - t.first; ++i) {
+        const std::int16_t leaving = segment_end[-i];
+        const std::int16_t entering = segment_end[-i - t.n];
+        energy += mul(entering, entering) - mul(leaving, leaving);
+        largest = std::max(largest, energy);
+        sums.energy[i] = static_cast<std::int32_t>(energy);
     }
-    return c;
+    return largest;
 }
 
-[[gnu::noinline]] Correlations correlate_saturating(const std::int16_t *window, const std::int16_t *segments,
-                                                    int n) {
-    Correlations c{};
-    for (int i = 0; i < n; ++i) {
+// Whether no sum of the search can leave 32 bits: then sums in any order equal the ordered saturating ones.
+//
+// A partial sum of products is at most the norm of the newest samples times that of the segment
+// (Cauchy-Schwarz). The square norm of the newest samples, s = 8·(s >> 3) + r, is at most (8² + 1²)·(Q +
+// kRest), by the same inequality.
+bool is_exact(const Task &t, std::int64_t largest_energy) {
+    constexpr std::int64_t kLimit = std::int64_t{INT32_MAX} * INT32_MAX / (8 * 8 + 1);
+    return largest_energy <= INT32_MAX &&
+           largest_energy * (t.newest.coarse_energy() + std::int64_t{kRest}) <= kLimit;
+}
+
+void correlate(const Task &t, Sums &sums) {
+    Vectors<kWindow> newest;
+    for (int i = 0; i < kWindow; ++i) newest.at[i] = t.newest[i];
+    const std::int16_t *segment = t.end - kWindow - t.last;
+    for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(newest, segment + k);
+}
+
+// All sums as they are defined, each addition limited to 32 bits. The terms of the first energy are positive,
+// so that limiting their sum is the same.
+[[gnu::cold, gnu::noinline]] void sum_saturating(const Task &t, Sums &sums) {
+    const std::int16_t *segment_end = t.end - t.first;
+    sums.energy[0] =
+        static_cast<std::int32_t>(std::min<std::uint32_t>(Segment(segment_end, t.n).energy(), INT32_MAX));
+    for (int i = 1; i <= t.last - t.first; ++i) {
+        const std::int16_t leaving = segment_end[-i];
+        const std::int16_t entering = segment_end[-i - t.n];
+        sums.energy[i] = add_sat(sub_sat(sums.energy[i - 1], mul(leaving, leaving)), mul(entering, entering));
+    }
+
+    const std::int16_t *segment = t.end - kWindow - t.last;
+    std::fill_n(sums.corr, kVector, 0);
+    for (int i = 0; i < kWindow; ++i) {
         for (int k = 0; k < kVector; ++k) {
-            c.at[k] = add_sat(c.at[k], mul(window[i], segments[i + k]));
+            sums.corr[k] = add_sat(sums.corr[k], mul(t.newest[i], segment[i + k]));
         }
     }
-    return c;
 }
 
-std::int32_t energy(const std::int16_t *samples, int n) {
-    std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) sum += samples[i] * samples[i];
-    return sum;
-}
+Best search(const Task &t) {
+    Sums sums;
+    if (is_exact(t, slide_energy(t, sums))) {
+        correlate(t, sums);
+    } else {
+        sum_saturating(t, sums);
+    }
 
-[[gnu::noinline]] std::int32_t energy_saturating(const std::int16_t *samples, int n) {
-    std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) sum = add_sat(sum, mul(samples[i], samples[i]));
-    return sum;
-}
-
-Best search(const Task &t, bool exact) {
-    const std::int16_t *segments = t.segment(t.last);
-    const Correlations corr =
-        exact ? correlate(t.window, segments, t.rounded()) : correlate_saturating(t.window, segments, t.n);
-    const std::int16_t *segment = t.segment(t.first);
-    std::int32_t e = exact ? energy(segment, t.n) : energy_saturating(segment, t.n);
-
-    const std::int32_t first_corr = std::max<std::int32_t>(corr.at[t.last - t.first], -1);
-    Best best{t.first, first_corr, e, normalise(first_corr, e)};
+    const std::int32_t first_corr = std::max<std::int32_t>(sums.corr[t.last - t.first], -1);
+    Best best{t.first, first_corr, sums.energy[0], normalise(first_corr, sums.energy[0])};
     for (int lag = t.first + 1; lag <= t.last; ++lag) {
-        const std::int16_t leaving = segment[t.n - 1];
-        const std::int16_t entering = *--segment;
-        e = add_sat(sub_sat(e, mul(leaving, leaving)), mul(entering, entering));
-        const std::int32_t c = corr.at[t.last - lag];
-        if (c <= 0 || e <= 0) continue;
-        const NormalisedCorrelation record = normalise(c, e);
-        if (beats(record, best.record)) best = {lag, c, e, record};
+        const std::int32_t corr = sums.corr[t.last - lag];
+        const std::int32_t energy = sums.energy[lag - t.first];
+        if (corr <= 0 || energy <= 0) continue;
+        const NormalisedCorrelation record = normalise(corr, energy);
+        if (beats(record, best.record)) best = {lag, corr, energy, record};
     }
     return best;
-}
-
-// Sum of the magnitudes, -32768 counting as 32767; as a sum of products it is one multiply-add for eight
-// samples.
-std::int32_t magnitude(const std::int16_t *samples, int n) {
-    std::int32_t sum = 0;
-    for (int i = 0; i < n; ++i) {
-        const std::int16_t v = samples[i];
-        const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
-        sum += limited * static_cast<std::int16_t>(sign16(v) | 1);
-    }
-    return sum;
 }
 
 // current / past in Q14, at most 2 - 2^-14. The numerator is normalised one bit short of the denominator, so
@@ -159,39 +190,23 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
                              std::int16_t *refine_len, std::int16_t *scale_shift,
                              const std::int16_t *sig_hist, std::int16_t coarse_pitch) {
     const int pitch = clamp<int>(coarse_pitch, kCoarseMin, kCoarseMax);
-    const int n = std::min(pitch, kMaxWindow);
+    const int n = std::min(pitch, kWindow);
     const int first = std::max(pitch - kReach, kShortest);
     const int last = std::max(std::min(pitch + kReach, kLongest), first);
 
     const std::int16_t *end = sig_hist + kSignal;
-
-    // The scale keeps the sums of the search below overflow for most signals; it is judged by the first lag
-    // alone.
-    const std::int32_t first_q = coarse_energy(end - n - first, n);
-    const int shift = std::max((7 - norm32(first_q)) >> 1, 0);
-    // All segments that are correlated lie within a vector before and behind the first lag's.
-    const std::int64_t segments_q =
-        std::int64_t{first_q} + coarse_energy(end - n - last, kVector) + coarse_energy(end - first, kVector);
-    const bool exact = is_exact(segments_q, coarse_energy(end - n, n), shift);
-
+    const int shift = shift_for(Segment(end - first, n).coarse_energy());
     std::int16_t scaled[kSignal];
     if (shift != 0) {
         const BlockShift<std::int16_t> scale(-shift);
         for (int i = 0; i < kSignal; ++i) scaled[i] = scale(sig_hist[i]);
         end = scaled + kSignal;
     }
-    std::int16_t padded[kMaxWindow + kVector];
-    const std::int16_t *window = end - n;
-    if (n % kVector != 0) {
-        copy_samples(window, n, padded);
-        std::fill_n(padded + n, kVector, std::int16_t{0});
-        window = padded;
-    }
-    const Task task{window, n, first, last, end};
-    const Best best = search(task, exact);
 
-    const std::int16_t ratio =
-        ratio_q14(magnitude(window, task.rounded()), magnitude(task.segment(best.lag), n));
+    const Task task{end, n, first, last, Segment(end, n)};
+    const Best best = search(task);
+
+    const std::int16_t ratio = ratio_q14(task.newest.magnitude(), Segment(end - best.lag, n).magnitude());
     const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
