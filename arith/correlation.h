@@ -25,18 +25,22 @@ constexpr NormalisedCorrelation normalise(std::int32_t corr, std::int32_t energy
             2 * corr_shift - energy_shift};
 }
 
-// Whether a's c²/e is greater than b's: the doubled cross products, the one with the larger exponent shifted
-// down to the other with floor, and compared. Equality does not beat. a is measured, so its c2 is -32767 at
-// least; only the product with b's c2 can need its saturation.
+// Whether product_a · 2^-d > product_b, the product with the larger exponent shifted down to the other with
+// floor. product_a is half of the doubled product that is meant, product_b is doubled.
 //
 // For integers, p > floor(q / 2^d) is p · 2^d > q. So one comparison of floor(p · 2^-d) with q serves for
 // either sign of the difference d of exponents. Beyond 31 the shift changes no outcome: both products are
 // within 32 bits. Shifting by 32 up and 31 + d down doubles product_a on the way.
-constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
-    const std::int64_t product_a = a.c2 * b.energy;
-    const std::int64_t product_b = mul_doubling(b.c2, a.energy);
-    const std::int32_t d = clamp<std::int32_t>(a.exponent - b.exponent, -kMaxShift, kMaxShift);
-    return (product_a * (INT64_C(1) << 32)) >> (kMaxShift + d) > product_b;
+constexpr bool exceeds(std::int32_t product_a, std::int32_t product_b, std::int32_t d) {
+    const std::int32_t shift = kMaxShift + clamp(d, -kMaxShift, kMaxShift);
+    return (product_a * (INT64_C(1) << 32)) >> shift > product_b;
 }
+
+// Whether a's c²/e is greater than b's, by the doubled cross products. Equality does not beat. The c2 of a
+// measured correlation is -32767 at least, so that no doubled product leaves 32 bits.
+constexpr bool beats(const NormalisedCorrelation &a, const NormalisedCorrelation &b) {
+    return exceeds(a.c2 * b.energy, 2 * (b.c2 * a.energy), a.exponent - b.exponent);
+}
+static_assert(INT64_C(2) * -32767 * -32768 <= INT32_MAX);
 
 } // namespace cvsd_qor

@@ -91,9 +91,7 @@ constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
 // Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0, 31 for -1.
 constexpr int norm32(std::int32_t v) {
     const auto magnitude_bits = static_cast<std::uint32_t>(v ^ sign(v)); // v or -v-1: bit 31 is clear
-    if (v == 0) [[unlikely]]
-        return 0;
-    return std::countl_zero(magnitude_bits << 1 | 1);
+    return v == 0 ? 0 : std::countl_zero(magnitude_bits << 1 | 1);
 }
 
 // Left shifts that bring v > 0 into 16384..32767.

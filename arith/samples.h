@@ -46,13 +46,14 @@ template <int N, class Term>
 template <int N>
 struct alignas(kVector * sizeof(std::int16_t)) Vectors {
     std::int16_t at[N];
+    std::int16_t operator[](int i) const { return at[i]; }
 };
 
 // Out of line: inside a loop over lags g++ 12 takes neighbouring lags for the lanes of its vectors, which on
 // aarch64 doubles the instructions.
 template <int N>
 [[gnu::noinline]] std::int32_t sum_of_products(const Vectors<N> &a, const std::int16_t *b) {
-    return sum_of<N>([&a, b](int i) { return a.at[i] * b[i]; });
+    return sum_of<N>([&a, b](int i) { return a[i] * b[i]; });
 }
 
 } // namespace cvsd_qor

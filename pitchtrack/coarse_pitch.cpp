@@ -25,7 +25,8 @@ struct Table {
 constexpr Table kOffset(x);
 constexpr Table kOffsetSquared(x2);
 constexpr Table kReciprocal(invk);
-constexpr Table kMultipleThreshold(MPTH);
+constexpr std::int16_t kMultipleThreshold[5] = {MPTH[0], MPTH[1], MPTH[2], MPTH[3],
+                                                9830}; // 0.30 from the 6th on
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
@@ -85,9 +86,6 @@ struct Candidates {
 
     std::int32_t longest() const { return at[count - 1].lag; }
 };
-
-// What every candidate of positive energy beats.
-constexpr NormalisedCorrelation kWorst = {INT16_MIN, 1, 0};
 
 // --- Correlate ------------------------------------------------------------------------------------------
 
@@ -255,36 +253,47 @@ Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
 
 // --- Choose ---------------------------------------------------------------------------------------------
 
-// Whether a beats b with a's energy weighed down, that is whether a reaches a fraction of b.
-bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int32_t energy) {
-    a.energy = energy;
-    return beats(a, b);
-}
+// The strongest of the candidates that it is offered, the first of equals.
+struct Strongest {
+    int index = -1; // of the candidate, -1 for none
+    NormalisedCorrelation record;
 
-int strongest(const Candidates &c) {
-    int best = 0;
-    NormalisedCorrelation reference = kWorst;
-    for (int j = 0; j < c.count; ++j) {
-        if (beats(c.at[j].record, reference)) {
-            reference = c.at[j].record;
-            best = j;
+    void offer(int j, const NormalisedCorrelation &r) {
+        if (index < 0 ? beats_any(r) : beats(r, record)) {
+            index = j;
+            record = r;
         }
     }
-    return best;
+
+    // The first is compared with a c2 of -32768 over an energy of 1. Every positive energy beats it, as no
+    // candidate's c2 is negative. Saturating sums and rounding in the interpolation can leave an energy that
+    // is not positive.
+    static bool beats_any(const NormalisedCorrelation &r) {
+        return r.energy > 0 || exceeds(r.c2, mul_doubling(INT16_MIN, r.energy), r.exponent);
+    }
+};
+
+Strongest strongest(const Candidates &c) {
+    Strongest s;
+    for (int j = 0; j < c.count; ++j) s.offer(j, c.at[j].record);
+    return s;
 }
 
-// The strongest candidate within a quarter of the previous pitch; c.count where there is none.
-int strongest_near(const Candidates &c, std::int16_t prev) {
-    int best = c.count;
-    NormalisedCorrelation reference = kWorst;
+// Within a quarter of the previous pitch. Differences are 16-bit values, as any prev is legal.
+Strongest strongest_near(const Candidates &c, std::int16_t prev) {
+    Strongest s;
     for (int j = 0; j < c.count; ++j) {
         const std::int16_t distance = abs16(wrap16(c.at[j].lag - prev));
-        if (wrap16(distance - (prev >> 2)) <= 0 && beats(c.at[j].record, reference)) {
-            reference = c.at[j].record;
-            best = j;
-        }
+        if (wrap16(distance - (prev >> 2)) <= 0) s.offer(j, c.at[j].record);
     }
-    return best;
+    return s;
+}
+
+// Whether a beats b with a's energy weighed down, that is whether a reaches a fraction of b.
+[[gnu::noinline]] bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b,
+                                      std::int32_t energy) {
+    a.energy = energy;
+    return beats(a, b);
 }
 
 // Whether every multiple of candidate j's lag, up to the longest candidate, is itself a candidate of some
@@ -295,7 +304,7 @@ bool multiples_confirm(const Candidates &c, int j, const NormalisedCorrelation &
     int k = 0;
     for (std::int32_t multiple = 2 * period; multiple <= c.longest(); multiple += period, ++k) {
         const std::int32_t tolerance = mul_q15_rounded(1966, multiple); // 0.06
-        const std::int16_t threshold = k < 4 ? kMultipleThreshold.at[k] : std::int16_t{9830};
+        const std::int16_t threshold = kMultipleThreshold[std::min(k, 4)];
         for (;; ++i) {
             if (i == c.count || c.at[i].lag > multiple + tolerance) return false;
             if (c.at[i].lag <= multiple - tolerance) continue;
@@ -317,8 +326,8 @@ bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
 }
 
 std::int32_t choose(const Candidates &c, std::int16_t prev) {
-    const int best = strongest(c);
-    const int near = strongest_near(c, prev);
+    const int best = std::max(strongest(c).index, 0);
+    const int near = strongest_near(c, prev).index;
     const NormalisedCorrelation &best_record = c.at[best].record;
 
     // Ends at the longest lag at the latest.
@@ -331,7 +340,7 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
         }
     }
 
-    if (near == c.count || near == best) return c.at[best].lag;
+    if (near < 0 || near == best) return c.at[best].lag;
     const NormalisedCorrelation &r = c.at[near].record;
     const bool longer = near > best;
     const std::int32_t weight = longer ? 51118 : 28180; // 0.78 and 0.43, Q16

@@ -34,44 +34,51 @@ constexpr struct Masks {
 
 // The n samples before `end`, 0..kWindow, behind zeros that make them kWindow: every sum has one known
 // length.
-class Segment {
-public:
-    Segment(const std::int16_t *end, int n) : samples(end - kWindow), mask(masks.at + n) {}
-
-    std::int16_t operator[](int i) const { return static_cast<std::int16_t>(samples[i] & mask[i]); }
-
-    // Modulo 2^32.
-    std::uint32_t energy() const {
-        return static_cast<std::uint32_t>(
-            sum_of<kWindow>([*this](int i) { return (*this)[i] * (*this)[i]; }));
-    }
-
-    // On a scale on which it cannot overflow.
-    std::int32_t coarse_energy() const {
-        static_assert(std::int64_t{kWindow} * 4096 * 4096 <= INT32_MAX);
-        return sum_of<kWindow>([*this](int i) { return ((*this)[i] >> 3) * ((*this)[i] >> 3); });
-    }
-
-    // Sum of the magnitudes, -32768 counting as 32767. A product of value and sign becomes a multiply-add.
-    std::int32_t magnitude() const {
-        return sum_of<kWindow>([*this](int i) {
-            const std::int16_t v = (*this)[i];
-            const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
-            return limited * static_cast<std::int16_t>(sign16(v) | 1);
-        });
-    }
-
-private:
+struct Segment {
     const std::int16_t *samples;
     const std::int16_t *mask;
+
+    Segment(const std::int16_t *end, int n) : samples(end - kWindow), mask(masks.at + n) {}
+    std::int16_t operator[](int i) const { return static_cast<std::int16_t>(samples[i] & mask[i]); }
 };
+
+// A segment that is read often, with its zeros.
+using Window = Vectors<kWindow>;
+
+Window copy(Segment segment) {
+    Window w;
+    for (int i = 0; i < kWindow; ++i) w.at[i] = segment[i];
+    return w;
+}
+
+// Modulo 2^32.
+std::uint32_t energy(Segment s) {
+    return static_cast<std::uint32_t>(sum_of<kWindow>([=](int i) { return s[i] * s[i]; }));
+}
+
+// On a scale on which it cannot overflow. Of a Segment or a Window.
+template <class Samples>
+std::int32_t coarse_energy(const Samples &s) {
+    static_assert(std::int64_t{kWindow} * 4096 * 4096 <= INT32_MAX);
+    return sum_of<kWindow>([&s](int i) { return (s[i] >> 3) * (s[i] >> 3); });
+}
+
+// Sum of the magnitudes, -32768 counting as 32767. A product of value and sign becomes a multiply-add.
+template <class Samples>
+std::int32_t magnitude(const Samples &s) {
+    return sum_of<kWindow>([&s](int i) {
+        const std::int16_t v = s[i];
+        const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
+        return limited * static_cast<std::int16_t>(sign16(v) | 1);
+    });
+}
 
 // What is searched. The segment of a lag is the n samples that lie the lag before the newest n.
 struct Task {
     const std::int16_t *end; // one past the newest sample
     int n;
     int first, last; // lags, kLags of them at the most
-    Segment newest;
+    Window newest;
 };
 
 struct Sums {
@@ -100,15 +107,15 @@ static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 // Returns the largest.
 std::int64_t slide_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
-    std::int64_t energy = Segment(segment_end, t.n).energy();
-    std::int64_t largest = energy;
-    sums.energy[0] = static_cast<std::int32_t>(energy);
+    std::int64_t e = energy(Segment(segment_end, t.n));
+    std::int64_t largest = e;
+    sums.energy[0] = static_cast<std::int32_t>(e);
     for (int i = 1; i <= t.last - t.first; ++i) {
         const std::int16_t leaving = segment_end[-i];
         const std::int16_t entering = segment_end[-i - t.n];
-        energy += mul(entering, entering) - mul(leaving, leaving);
-        largest = std::max(largest, energy);
-        sums.energy[i] = static_cast<std::int32_t>(energy);
+        e += mul(entering, entering) - mul(leaving, leaving);
+        largest = std::max(largest, e);
+        sums.energy[i] = static_cast<std::int32_t>(e);
     }
     return largest;
 }
@@ -121,14 +128,12 @@ std::int64_t slide_energy(const Task &t, Sums &sums) {
 bool is_exact(const Task &t, std::int64_t largest_energy) {
     constexpr std::int64_t kLimit = std::int64_t{INT32_MAX} * INT32_MAX / (8 * 8 + 1);
     return largest_energy <= INT32_MAX &&
-           largest_energy * (t.newest.coarse_energy() + std::int64_t{kRest}) <= kLimit;
+           largest_energy * (coarse_energy(t.newest) + std::int64_t{kRest}) <= kLimit;
 }
 
 void correlate(const Task &t, Sums &sums) {
-    Vectors<kWindow> newest;
-    for (int i = 0; i < kWindow; ++i) newest.at[i] = t.newest[i];
     const std::int16_t *segment = t.end - kWindow - t.last;
-    for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(newest, segment + k);
+    for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(t.newest, segment + k);
 }
 
 // All sums as they are defined, each addition limited to 32 bits. The terms of the first energy are positive,
@@ -136,7 +141,7 @@ void correlate(const Task &t, Sums &sums) {
 [[gnu::cold, gnu::noinline]] void sum_saturating(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
     sums.energy[0] =
-        static_cast<std::int32_t>(std::min<std::uint32_t>(Segment(segment_end, t.n).energy(), INT32_MAX));
+        static_cast<std::int32_t>(std::min<std::uint32_t>(energy(Segment(segment_end, t.n)), INT32_MAX));
     for (int i = 1; i <= t.last - t.first; ++i) {
         const std::int16_t leaving = segment_end[-i];
         const std::int16_t entering = segment_end[-i - t.n];
@@ -195,7 +200,7 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
     const int last = std::max(std::min(pitch + kReach, kLongest), first);
 
     const std::int16_t *end = sig_hist + kSignal;
-    const int shift = shift_for(Segment(end - first, n).coarse_energy());
+    const int shift = shift_for(coarse_energy(Segment(end - first, n)));
     std::int16_t scaled[kSignal];
     if (shift != 0) {
         const BlockShift<std::int16_t> scale(-shift);
@@ -203,10 +208,10 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
         end = scaled + kSignal;
     }
 
-    const Task task{end, n, first, last, Segment(end, n)};
+    const Task task{end, n, first, last, copy(Segment(end, n))};
     const Best best = search(task);
 
-    const std::int16_t ratio = ratio_q14(task.newest.magnitude(), Segment(end - best.lag, n).magnitude());
+    const std::int16_t ratio = ratio_q14(magnitude(task.newest), magnitude(Segment(end - best.lag, n)));
     const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
