@@ -3,7 +3,7 @@
 include(CMakePackageConfigHelpers)
 
 set(targets cvsd_qor)
-if(CVSD_QOR_STATIC)
+if(TARGET cvsd_qor_static)
   list(APPEND targets cvsd_qor_static)
 endif()
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cvsd_qor)
@@ -11,7 +11,9 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cvsd_qor)
 install(FILES include/cvsd_qor.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS ${targets} EXPORT cvsd_qor LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES $<TARGET_FILE_DIR:cvsd_qor>/libcvsd_qor DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(soname_link)
+  install(FILES ${soname_link} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 
 # There is nothing to find or to set before the targets, so their export is the whole package.
 install(EXPORT cvsd_qor NAMESPACE cvsd_qor:: FILE cvsd_qor-config.cmake DESTINATION ${package_dir})

@@ -30,6 +30,9 @@ if(CVSD_QOR_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# Machines without a loader (CMAKE_SYSTEM_NAME Generic) have archives alone.
+get_property(has_shared GLOBAL PROPERTY TARGET_SUPPORTS_SHARED_LIBS)
+
 set(public_include
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 
@@ -40,7 +43,7 @@ set_target_properties(cvsd_qor_objects PROPERTIES
   CXX_EXTENSIONS OFF
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
-  POSITION_INDEPENDENT_CODE ON)
+  POSITION_INDEPENDENT_CODE ${has_shared})
 # Nothing of the C++ run-time is used, and of libc only what fills, copies and moves memory: also where a distribution
 # or the NDK asks for stack guards and checking variants of these functions by default.
 target_compile_options(cvsd_qor_objects PRIVATE
@@ -48,32 +51,67 @@ target_compile_options(cvsd_qor_objects PRIVATE
   -fno-semantic-interposition -fno-stack-protector -U_FORTIFY_SOURCE ${CVSD_QOR_LIBRARY_FLAGS})
 cvsd_qor_warnings(cvsd_qor_objects)
 
-add_library(cvsd_qor SHARED $<TARGET_OBJECTS:cvsd_qor_objects>)
-add_library(cvsd_qor::cvsd_qor ALIAS cvsd_qor)
-target_include_directories(cvsd_qor INTERFACE ${public_include})
+# A library of the objects that users link as cvsd_qor::NAME, by C's linker: it has nothing to construct or to finish.
+function(cvsd_qor_library name kind)
+  add_library(${name} ${kind} $<TARGET_OBJECTS:cvsd_qor_objects>)
+  add_library(cvsd_qor::${name} ALIAS ${name})
+  target_include_directories(${name} INTERFACE ${public_include})
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME cvsd_qor LINKER_LANGUAGE C)
+endfunction()
 
-# -Bsymbolic binds the library's references to its own functions and tables inside it, whatever names the host
-# program defines. The soname has no suffix; programs linked against the library look for a file of that name.
-set(export_list ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-target_link_options(cvsd_qor PRIVATE
-  -Wl,--version-script=${export_list} -Wl,-Bsymbolic -Wl,-soname,libcvsd_qor
-  -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
-set_target_properties(cvsd_qor PROPERTIES NO_SONAME ON LINK_DEPENDS ${export_list} LINKER_LANGUAGE CXX)
-if(NOT CVSD_QOR_SANITIZE AND NOT CVSD_QOR_COVERAGE)
-  # Linked as C and without start files, which would bring the only writable data: the shared object has nothing to
-  # construct or to finish.
-  set_target_properties(cvsd_qor PROPERTIES LINKER_LANGUAGE C)
-  target_link_options(cvsd_qor PRIVATE -nostartfiles -Wl,-z,defs)
-endif()
-if(ANDROID)
-  target_link_options(cvsd_qor PRIVATE -Wl,-z,max-page-size=16384)
-endif()
-add_custom_command(TARGET cvsd_qor POST_BUILD
-  COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE_NAME:cvsd_qor> $<TARGET_FILE_DIR:cvsd_qor>/libcvsd_qor)
-
-if(CVSD_QOR_STATIC)
-  add_library(cvsd_qor_static STATIC $<TARGET_OBJECTS:cvsd_qor_objects>)
+if(NOT has_shared)
+  # One archive, and the static library's name for it.
+  cvsd_qor_library(cvsd_qor STATIC)
+  add_library(cvsd_qor_static INTERFACE)
   add_library(cvsd_qor::cvsd_qor_static ALIAS cvsd_qor_static)
-  target_include_directories(cvsd_qor_static INTERFACE ${public_include})
-  set_target_properties(cvsd_qor_static PROPERTIES OUTPUT_NAME cvsd_qor LINKER_LANGUAGE C)
+  target_link_libraries(cvsd_qor_static INTERFACE cvsd_qor)
+  return()
+endif()
+
+cvsd_qor_library(cvsd_qor SHARED)
+if(CVSD_QOR_STATIC)
+  cvsd_qor_library(cvsd_qor_static STATIC)
+endif()
+if(CVSD_QOR_SANITIZE OR CVSD_QOR_COVERAGE)
+  set_target_properties(cvsd_qor PROPERTIES LINKER_LANGUAGE CXX)
+endif()
+
+# What leaves the shared library is listed once, in the form that ELF's linkers read.
+set(export_list ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+set_target_properties(cvsd_qor PROPERTIES LINK_DEPENDS ${export_list})
+if(WIN32 OR APPLE)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${export_list})
+  file(STRINGS ${export_list} exports REGEX "^    [A-Za-z]")
+  list(TRANSFORM exports REPLACE "[ ;]" "")
+endif()
+if(WIN32)
+  # The DLL's definition file. A table of it is DATA: without that word it would be called.
+  list(TRANSFORM exports REPLACE "^([a-z][a-z0-9]*|MPTH)$" "\\1 DATA")
+  list(JOIN exports "\n" exports)
+  file(CONFIGURE OUTPUT cvsd_qor.def CONTENT "EXPORTS\n${exports}\n")
+  target_sources(cvsd_qor PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/cvsd_qor.def)
+elseif(APPLE)
+  # C names have an underscore in front. A library's references to itself are bound to itself there.
+  list(TRANSFORM exports PREPEND _)
+  list(JOIN exports "\n" exports)
+  file(CONFIGURE OUTPUT exports.txt CONTENT "${exports}\n")
+  target_link_options(cvsd_qor PRIVATE
+    -Wl,-exported_symbols_list,${CMAKE_CURRENT_BINARY_DIR}/exports.txt -Wl,-dead_strip_dylibs)
+else()
+  # ELF. -Bsymbolic binds the library's references to its own functions and tables inside it, whatever names the host
+  # program defines. The soname has no suffix; programs linked against the library look for a file of that name.
+  target_link_options(cvsd_qor PRIVATE
+    -Wl,--version-script=${export_list} -Wl,-Bsymbolic -Wl,-soname,libcvsd_qor
+    -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+  set_target_properties(cvsd_qor PROPERTIES NO_SONAME ON)
+  set(soname_link $<TARGET_FILE_DIR:cvsd_qor>/libcvsd_qor)
+  add_custom_command(TARGET cvsd_qor POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE_NAME:cvsd_qor> ${soname_link})
+  if(NOT CVSD_QOR_SANITIZE AND NOT CVSD_QOR_COVERAGE)
+    # Without start files, which would bring the only writable data.
+    target_link_options(cvsd_qor PRIVATE -nostartfiles -Wl,-z,defs)
+  endif()
+  if(ANDROID)
+    target_link_options(cvsd_qor PRIVATE -Wl,-z,max-page-size=16384)
+  endif()
 endif()
