@@ -1,5 +1,5 @@
-# Toolchain file: Debian's cross compiler for the machine CVSD_QOR_TRIPLET (aarch64-linux-gnu, x86_64-w64-mingw32), whose
-# programs run under qemu or wine.
+# Toolchain file: Debian's cross compiler for the machine CVSD_QOR_TRIPLET (aarch64-linux-gnu, x86_64-w64-mingw32,
+# wasm32-wasi), whose programs run under qemu, wine or node.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CVSD_QOR_TRIPLET)
 set(CMAKE_C_COMPILER ${CVSD_QOR_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${CVSD_QOR_TRIPLET}-g++)
@@ -15,6 +15,15 @@ if(CVSD_QOR_TRIPLET MATCHES mingw)
   set(CMAKE_EXE_LINKER_FLAGS_INIT -static) # of the compiler's own libraries
   set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/programs) # DLLs are looked for beside the program
   set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${CMAKE_BINARY_DIR}/wine WINEDEBUG=-all /usr/lib/wine/wine64)
+elseif(CVSD_QOR_TRIPLET MATCHES wasm)
+  set(CMAKE_SYSTEM_NAME Generic)
+  set(CMAKE_C_COMPILER clang-14)
+  set(CMAKE_CXX_COMPILER clang++-14)
+  set(CMAKE_C_COMPILER_TARGET ${CVSD_QOR_TRIPLET})
+  set(CMAKE_CXX_COMPILER_TARGET ${CVSD_QOR_TRIPLET})
+  set(CMAKE_CXX_FLAGS_INIT "-fno-exceptions -DGTEST_HAS_STREAM_REDIRECTION=0") # it has neither
+  set(CMAKE_CROSSCOMPILING_EMULATOR node --experimental-wasi-unstable-preview1 --no-warnings
+    ${CMAKE_CURRENT_LIST_DIR}/wasi.mjs)
 elseif(CVSD_QOR_TRIPLET MATCHES "^i686")
   # x86-64 runs these programs itself; threads hang under qemu 7.2.
   set(CMAKE_SYSTEM_NAME Linux)

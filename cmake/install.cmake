@@ -9,8 +9,7 @@ endif()
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cvsd_qor)
 
 install(FILES include/cvsd_qor.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(TARGETS ${targets} EXPORT cvsd_qor LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS ${targets} EXPORT cvsd_qor)
 if(soname_link)
   install(FILES ${soname_link} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()

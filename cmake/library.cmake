@@ -48,7 +48,7 @@ set_target_properties(cvsd_qor_objects PROPERTIES
 # or the NDK asks for stack guards and checking variants of these functions by default.
 target_compile_options(cvsd_qor_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables -fno-threadsafe-statics
-  -fno-semantic-interposition -fno-stack-protector -U_FORTIFY_SOURCE ${CVSD_QOR_LIBRARY_FLAGS})
+  -fno-stack-protector -U_FORTIFY_SOURCE ${CVSD_QOR_LIBRARY_FLAGS})
 cvsd_qor_warnings(cvsd_qor_objects)
 
 # A library of the objects that users link as cvsd_qor::NAME, by C's linker: it has nothing to construct or to finish.
@@ -85,8 +85,8 @@ if(WIN32 OR APPLE)
   list(TRANSFORM exports REPLACE "[ ;]" "")
 endif()
 if(WIN32)
-  # The DLL's definition file. A table of it is DATA: without that word it would be called.
-  list(TRANSFORM exports REPLACE "^([a-z][a-z0-9]*|MPTH)$" "\\1 DATA")
+  # The DLL's definition file. The tables, which are the names without an underscore, would be called without DATA.
+  list(TRANSFORM exports REPLACE "^[^_]+$" "\\0 DATA")
   list(JOIN exports "\n" exports)
   file(CONFIGURE OUTPUT cvsd_qor.def CONTENT "EXPORTS\n${exports}\n")
   target_sources(cvsd_qor PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/cvsd_qor.def)
@@ -100,6 +100,7 @@ elseif(APPLE)
 else()
   # ELF. -Bsymbolic binds the library's references to its own functions and tables inside it, whatever names the host
   # program defines. The soname has no suffix; programs linked against the library look for a file of that name.
+  target_compile_options(cvsd_qor_objects PRIVATE -fno-semantic-interposition)
   target_link_options(cvsd_qor PRIVATE
     -Wl,--version-script=${export_list} -Wl,-Bsymbolic -Wl,-soname,libcvsd_qor
     -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--as-needed)

@@ -44,6 +44,7 @@ if(NOT GTest_FOUND AND PkgConfig_FOUND AND EXISTS /usr/src/googletest/CMakeLists
   set(BUILD_GMOCK OFF CACHE INTERNAL "")
   set(INSTALL_GTEST OFF CACHE INTERNAL "")
   add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL SYSTEM)
+  target_compile_options(gtest PRIVATE -fno-exceptions) # which not every machine has
 endif()
 
 option(CVSD_QOR_BUILD_EXAMPLES "Build the examples" ON)

@@ -12,7 +12,7 @@ cpack --config $build/CPackConfig.cmake -B $build
 dpkg --install $build/libcvsd-qor_*.deb
 trap 'dpkg --purge libcvsd-qor' EXIT
 files=$(dpkg --listfiles libcvsd-qor | grep cvsd_qor)
-tests/consumer/run.sh /usr $build/package-consumer -G Ninja
+CC=cc CXX=c++ tests/consumer/run.sh /usr $build/package-consumer -G Ninja
 trap - EXIT
 dpkg --purge libcvsd-qor
 for file in $files; do

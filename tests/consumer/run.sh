@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds and runs a C11 and a C++17 program against an installed tree: through find_package, shared and (where the tree
-# has it) static, and through pkg-config.
-# usage: run.sh PREFIX WORK_DIRECTORY [CMAKE_OPTION...]    (CC, CXX and EMULATOR in the environment)
+# has it) static, and, where CC and CXX are in the environment, through pkg-config. EMULATOR there is what runs them.
+# usage: run.sh PREFIX WORK_DIRECTORY [CMAKE_OPTION...]
 set -eu
 prefix=$1
 work=$2
@@ -12,17 +12,19 @@ rm -rf "$work"
 cmake -S "$here" -B "$work" -D CMAKE_PREFIX_PATH="$prefix" "$@"
 cmake --build "$work"
 
-export PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig"
-version=$(sed -n 's/^#define CVSD_QOR_VERSION_[A-Z]* //p' "$prefix/include/cvsd_qor.h" | paste -sd.)
-[ "$(pkg-config --modversion cvsd_qor)" = "$version" ]
-flags=$(pkg-config --cflags --libs cvsd_qor)
-# Outside the loader's own directories the library is found where it was linked.
-[ "$prefix" = /usr ] || flags="$flags -Wl,-rpath,$prefix/lib"
-# shellcheck disable=SC2086 # flags are a list
-{
-    ${CC:-cc} -std=c11 "$here/consumer.c" -o "$work/programs/pkg_config_c" $flags
-    ${CXX:-c++} -std=c++17 "$here/consumer.cpp" -o "$work/programs/pkg_config_cpp" $flags
-}
+if [ -n "${CC:-}" ]; then
+    export PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig"
+    version=$(sed -n 's/^#define CVSD_QOR_VERSION_[A-Z]* //p' "$prefix/include/cvsd_qor.h" | paste -sd.)
+    [ "$(pkg-config --modversion cvsd_qor)" = "$version" ]
+    flags=$(pkg-config --cflags --libs cvsd_qor)
+    # Outside the loader's own directories the library is found where it was linked.
+    [ "$prefix" = /usr ] || flags="$flags -Wl,-rpath,$prefix/lib"
+    # shellcheck disable=SC2086 # flags are a list
+    {
+        $CC -std=c11 "$here/consumer.c" -o "$work/programs/pkg_config_c" $flags
+        $CXX -std=c++17 "$here/consumer.cpp" -o "$work/programs/pkg_config_cpp" $flags
+    }
+fi
 
 for program in "$work"/programs/*; do
     echo "$program"
