@@ -1,5 +1,8 @@
 # Toolchain file: Debian's cross compiler for the machine CVSD_QOR_TRIPLET (aarch64-linux-gnu, x86_64-w64-mingw32,
 # wasm32-wasi), whose programs run under qemu, wine or node.
+if(NOT CVSD_QOR_TRIPLET)
+  message(FATAL_ERROR "Name the machine, for example -D CVSD_QOR_TRIPLET=riscv64-linux-gnu")
+endif()
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CVSD_QOR_TRIPLET)
 set(CMAKE_C_COMPILER ${CVSD_QOR_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${CVSD_QOR_TRIPLET}-g++)

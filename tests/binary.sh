@@ -68,16 +68,20 @@ esac
 # registers, nor the compiler's routines in their stead.
 but='^$'
 case $machine in
-*X86-64 | *80386) float='^f|^v?cvt|(ss|sd|ps|pd)$' but='^v?(p|mov|shuf|unpck|andn?|or|xor|blend|insert|extract|broadcast)' ;;
+*X86-64 | *80386)
+    float='^f|^v?cvt|(ss|sd|ps|pd)$'
+    but='^v?(p|mov|shuf|unpck|andn?|or|xor|blend|insert|extract|broadcast)'
+    ;;
 AArch64) float='^f|^[su]cvtf' but='^fmov' ;;
 ARM) float='\.f(16|32|64)' but='^vmov' ;;
-*S/390) float='.[edx]bra?$|^(me|ma|ms|sq|[asmdck])[edx]b$|^[vw]f.*[dsx]bs?$|^[vw]c(d|l?g)' but='^[vw]fa?eeb' ;;
+*S/390) float='.[edx]bra?$|^(me|ma|ms|sq|[asmdck])[edx]b$|^[vw]f.*[dsx]bs?$|^[vw]c(d|l?g)' ;;
 PowerPC*) float='^f|^x[sv].*[dsq]ps?\.?$|^v.*fp\.?$|^vcf[su]x|^vct[su]xs' but='^fmr|^x[sv](mov|cpsgn)' ;;
 *RISC-V) float='^v?f' but='^fence' ;;
 *MIPS*) float='\.(s|d|ps)$|^cvt' but='^mov' ;;
 *) same "machine whose floating point can be told" "" "$machine" ;;
 esac
-code=$("$objdump" --disassemble --no-show-raw-insn "$library" | sed -n 's/^ *[0-9a-f]*:[[:space:]]*\([a-z][^[:space:]]*\).*/\1/p')
+code=$("$objdump" --disassemble --no-show-raw-insn "$library" |
+    sed -n 's/^ *[0-9a-f]*:[[:space:]]*\([a-z][^[:space:]]*\).*/\1/p')
 [ "$(echo "$code" | wc -l)" -gt 1000 ] || same "disassembly" "some thousand instructions" "$code"
 same "floating point" "" "$(echo "$code" | grep -E "${float:-^}" | grep -vE "$but" | sort | uniq -c)"
 same "floating point by routines" "" "$("$readelf" --symbols --wide "$library" |
