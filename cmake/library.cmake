@@ -49,6 +49,9 @@ set_target_properties(cvsd_qor_objects PROPERTIES
 target_compile_options(cvsd_qor_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables -fno-threadsafe-statics
   -fno-stack-protector -U_FORTIFY_SOURCE ${CVSD_QOR_LIBRARY_FLAGS})
+if(CVSD_QOR_NARROWBAND_ONLY)
+  target_compile_definitions(cvsd_qor_objects PRIVATE CVSD_QOR_NARROWBAND_ONLY)
+endif()
 cvsd_qor_warnings(cvsd_qor_objects)
 
 # A library of the objects that users link as cvsd_qor::NAME, by C's linker: it has nothing to construct or to finish.

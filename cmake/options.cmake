@@ -2,14 +2,15 @@
 
 option(CVSD_QOR_INSTALL "Install and package the library" ${PROJECT_IS_TOP_LEVEL})
 option(CVSD_QOR_STATIC "Build and install a static library too" OFF)
+option(CVSD_QOR_NARROWBAND_ONLY "Conceal at 8000 Hz alone: 16000 Hz is refused and the pitch tracker not linked" OFF)
 option(CVSD_QOR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
 option(CVSD_QOR_BUILD_FUZZERS "Build the fuzz targets; clang only" OFF)
 option(CVSD_QOR_COVERAGE "Instrument everything for line and branch coverage" OFF)
 set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
 set(CVSD_QOR_SANITIZE "" CACHE STRING "Sanitizers to build everything with, for example address,undefined")
 
-# As a part of another project the library comes alone.
-if(NOT PROJECT_IS_TOP_LEVEL)
+# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use.
+if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY)
   return()
 endif()
 

@@ -19,6 +19,14 @@ constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less
 constexpr std::int32_t kDecim = 2;     // shifts
 constexpr std::int32_t kCorrLen = 120; // samples
 
+// A build for 8000 Hz alone refuses 16000 Hz at construction. With this constant in front of every call of
+// the pitch tracker none is compiled, so that the tracker is not linked.
+#ifdef CVSD_QOR_NARROWBAND_ONLY
+constexpr bool kWideband = false;
+#else
+constexpr bool kWideband = true;
+#endif
+
 struct Block {
     // Set by construction for the rate, constant afterwards. Samples unless another unit is given.
     std::int32_t frame_len;

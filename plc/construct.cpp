@@ -39,7 +39,7 @@ std::int32_t g711plc_construct_v2(PlcBlock *block, std::int32_t sample_rate) {
     b.sample_rate = sample_rate;
     if (sample_rate == 8000) {
         set_rate(b, 30, 30, 120);
-    } else if (sample_rate == 16000) {
+    } else if (kWideband && sample_rate == 16000) {
         set_rate(b, 120, 40, 240);
         start_tracker(b);
     } else {

@@ -50,7 +50,7 @@ void go_on(Block &b, std::int16_t *frame) {
 
 void g711plc_dofe_v2(PlcBlock *block, std::int16_t *frame) {
     Block &b = unwrap(block);
-    if (b.sample_rate == 16000) {
+    if (kWideband && b.sample_rate == 16000) {
         PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
         b.pitch = clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
     }

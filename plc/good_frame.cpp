@@ -30,7 +30,7 @@ void join(Block &b, std::int16_t *frame) {
 
 void g711plc_addtohistory_v2(PlcBlock *block, std::int16_t *frame) {
     Block &b = unwrap(block);
-    if (b.sample_rate == 16000) {
+    if (kWideband && b.sample_rate == 16000) {
         b.reconverge_len = kReconverge16k;
         PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
     }
