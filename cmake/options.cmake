@@ -6,11 +6,13 @@ option(CVSD_QOR_NARROWBAND_ONLY "Conceal at 8000 Hz alone: 16000 Hz is refused a
 option(CVSD_QOR_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)
 option(CVSD_QOR_BUILD_FUZZERS "Build the fuzz targets; clang only" OFF)
 option(CVSD_QOR_COVERAGE "Instrument everything for line and branch coverage" OFF)
+set(CVSD_QOR_BOARD "" CACHE STRING "Emulated board to build the programs of firmware/ for")
 set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
 set(CVSD_QOR_SANITIZE "" CACHE STRING "Sanitizers to build everything with, for example address,undefined")
 
-# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use.
-if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY)
+# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use, and on
+# a machine without an operating system, where programs need start-up code.
+if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY OR CMAKE_SYSTEM_NAME STREQUAL Generic)
   return()
 endif()
 
