@@ -6,6 +6,11 @@
 #include <cstdint>
 #include <cstring>
 
+#if __ARM_FEATURE_SIMD32 && !__ARM_NEON
+#include <arm_acle.h>
+#define CVSD_QOR_PAIRS 1
+#endif
+
 namespace cvsd_qor {
 
 // Copies n samples, none for n <= 0. `to` may overlap `from`. The standard algorithms check their ranges in
@@ -42,18 +47,37 @@ template <int N, class Term>
     return static_cast<std::int32_t>(sum);
 }
 
-// N samples, aligned as vectors are, which spares the sum below a load for each vector.
+// N samples, aligned as vectors are, which spares the sums below a load for each vector.
 template <int N>
 struct alignas(kVector * sizeof(std::int16_t)) Vectors {
     std::int16_t at[N];
     std::int16_t operator[](int i) const { return at[i]; }
 };
 
+// Sum of a.at[i] * b[i], modulo 2^32. Small Arm cores multiply and add two pairs of samples by one
+// instruction, which compilers do not find: without it a stream at 16000 Hz takes a quarter more instructions
+// on a Cortex-M4.
+template <int N>
+[[gnu::always_inline]] inline std::int32_t dot_product(const Vectors<N> &a, const std::int16_t *b) {
+#if CVSD_QOR_PAIRS
+    std::int32_t sum = 0;
+    for (int i = 0; i < N; i += 2) {
+        int16x2_t a2, b2;
+        std::memcpy(&a2, a.at + i, sizeof a2);
+        std::memcpy(&b2, b + i, sizeof b2);
+        sum = __smlad(a2, b2, sum);
+    }
+    return sum;
+#else
+    return sum_of<N>([&a, b](int i) { return a[i] * b[i]; });
+#endif
+}
+
 // Out of line: inside a loop over lags g++ 12 takes neighbouring lags for the lanes of its vectors, which on
 // aarch64 doubles the instructions.
 template <int N>
 [[gnu::noinline]] std::int32_t sum_of_products(const Vectors<N> &a, const std::int16_t *b) {
-    return sum_of<N>([&a, b](int i) { return a[i] * b[i]; });
+    return dot_product(a, b);
 }
 
 } // namespace cvsd_qor

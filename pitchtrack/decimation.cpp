@@ -32,12 +32,11 @@ constexpr int kHeadroom = 3; // bits kept free in decim_hist
 // The filter in the order of its input, oldest first, with zero taps in front that round its length up to
 // whole vectors.
 constexpr int kTaps = whole_vectors(kMemory);
-constexpr struct Taps {
-    std::int16_t oldest_first[kTaps]{};
-    constexpr Taps() {
-        for (int k = 0; k < kMemory; ++k) oldest_first[kTaps - 1 - k] = bdf[k];
-    }
-} taps;
+constexpr Vectors<kTaps> taps = [] {
+    Vectors<kTaps> oldest_first{};
+    for (int k = 0; k < kMemory; ++k) oldest_first.at[kTaps - 1 - k] = bdf[k];
+    return oldest_first;
+}();
 
 // No partial sum of products can leave 32 bits.
 static_assert([] {
@@ -63,7 +62,7 @@ Filtered filter(const std::int16_t *in) {
     std::int32_t bits = 2;
     for (int m = 0; m < kNew; ++m) {
         const std::int16_t *oldest = in + kMemory + kFactor * (m + 1) - kTaps;
-        const std::int32_t sum = sum_of<kTaps>([=](int k) { return taps.oldest_first[k] * oldest[k]; });
+        const std::int32_t sum = dot_product(taps, oldest);
         f.acc[m] = sum;
         bits |= std::max(sum, -sum);
     }
