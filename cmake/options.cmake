@@ -10,9 +10,10 @@ set(CVSD_QOR_BOARD "" CACHE STRING "Emulated board to build the programs of firm
 set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
 set(CVSD_QOR_SANITIZE "" CACHE STRING "Sanitizers to build everything with, for example address,undefined")
 
-# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use, and on
-# a machine without an operating system, where programs need start-up code.
-if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY OR CMAKE_SYSTEM_NAME STREQUAL Generic)
+# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use, and
+# where there is no operating system to start a program, unless the tests are asked for.
+if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY
+   OR (CMAKE_SYSTEM_NAME STREQUAL Generic AND NOT CVSD_QOR_BUILD_TESTS))
   return()
 endif()
 
