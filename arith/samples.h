@@ -32,7 +32,8 @@ void copy_samples(const std::int16_t *from, std::int16_t *to) {
 template <int N, class Step>
 [[gnu::always_inline]] inline void accumulate(Step step) {
     static_assert(N % kVector == 0);
-#ifdef __clang__
+#if defined(__clang__) &&                                                                                    \
+    (defined(__SSE2__) || defined(__ARM_NEON)) // without vectors clang warns that it cannot
 #pragma clang loop vectorize_width(8) interleave_count(1)
 #endif
     for (int i = 0; i < N; ++i) step(i);
