@@ -1,8 +1,8 @@
-// The fixed-point vocabulary of the library: every saturating, rounding and normalising operation, once.
+// The fixed-point vocabulary of the library: saturating, rounding and normalising operations, each once.
 //
 // Signed integers are two's complement and >> is arithmetic (both guaranteed since C++20). Nothing here has
 // undefined behaviour for any argument inside the range that its comment states; where none is stated, every
-// argument is allowed. What can leave its type's range limits its result, but for wrap16.
+// argument is allowed. A result that can leave its type's range is limited to it, except by wrap16.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace cvsd_qor {
 
-// v within low..high; low <= high. The standard one checks that in hardened builds, by a function of the C++
-// run-time. All three have one type: int32_t is int on some machines and long on others.
+// v limited to low..high. Unlike std::clamp it checks nothing in hardened builds, where that one calls the
+// C++ run-time. The limits take v's type, whatever int32_t is on a machine.
 template <class T>
 constexpr T clamp(T v, std::type_identity_t<T> low, std::type_identity_t<T> high) {
     return std::min(std::max(v, low), high);
@@ -30,7 +30,7 @@ constexpr std::int32_t saturate32(std::int64_t v) {
     return static_cast<std::int32_t>(clamp(v, INT32_MIN, INT32_MAX));
 }
 
-// The low 16 bits as a signed value: for quantities that are defined to be held in 16 bits.
+// The low 16 bits as a signed value: v itself where it fits.
 constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>(v); }
 
 constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
@@ -42,7 +42,7 @@ constexpr int kMaxShift = 31;
 constexpr std::int32_t sign(std::int32_t v) { return v >> kMaxShift; }
 constexpr std::int16_t sign16(std::int16_t v) { return static_cast<std::int16_t>(v >> 15); }
 
-// Loops over samples are fastest over whole vectors of this many. Lengths here are below 2^30.
+// Loops over samples are fastest over whole vectors of this many. 0 <= n < 2^30.
 constexpr int kVector = 8;
 constexpr int whole_vectors(int n) { return (n + kVector - 1) & -kVector; }
 
@@ -66,11 +66,6 @@ constexpr std::int16_t abs16(std::int16_t v) { return saturate16(std::max<std::i
 // Plain product; at most 2^30, so exact.
 constexpr std::int32_t mul(std::int16_t a, std::int16_t b) { return std::int32_t{a} * b; }
 
-// 2·a·b of two 16-bit values; only -32768·-32768 saturates.
-constexpr std::int32_t mul_doubling(std::int32_t a, std::int32_t b) {
-    return static_cast<std::int32_t>(std::min(2 * std::int64_t{a * b}, std::int64_t{INT32_MAX}));
-}
-
 // Weight (Q15) times sample, rounded toward minus infinity.
 constexpr std::int32_t mul_q15(std::int16_t weight, std::int16_t sample) { return mul(weight, sample) >> 15; }
 
@@ -79,16 +74,16 @@ constexpr std::int32_t mul_q15_rounded(std::int16_t weight, std::int32_t v) {
     return (weight * v + 0x4000) >> 15;
 }
 
-// v times a Q15 value q >= 0 by way of two 16-bit halves, which loses bit 0 of v:
-// 2·(hi·q) + 2·((lo·q) >> 15) with v >> 1 = hi·2^15 + lo, and that is twice the floor of (v >> 1)·q / 2^15.
-// |result| <= |v| + 1 as q < 2^15, and never beyond 32 bits.
+// v times a Q15 value q >= 0: twice the floor of (v >> 1)·q / 2^15, so bit 0 of v does not count. It is
+// defined by the halves of v >> 1, hi·2^15 + lo, as 2·hi·q + 2·((lo·q) >> 15), which is the same. |result| <=
+// |v| + 1 as q < 2^15, and never beyond 32 bits.
 constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
     return static_cast<std::int32_t>(2 * ((std::int64_t{v >> 1} * q) >> 15));
 }
 
 // --- Normalisation and shifts ---------------------------------------------------------------------------
 
-// Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0, 31 for -1.
+// Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0.
 constexpr int norm32(std::int32_t v) {
     const auto magnitude_bits = static_cast<std::uint32_t>(v ^ sign(v)); // v or -v-1: bit 31 is clear
     return v == 0 ? 0 : std::countl_zero(magnitude_bits << 1 | 1);
@@ -111,8 +106,11 @@ constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
 constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) { return saturate16(shift_left_sat32(v, k)); }
 
 // v·2^k for a block of values and one k: a left shift that the caller knows to fit, or an arithmetic right
-// shift of any length. The count stays below the width of T: compilers shift 16-bit values in 16-bit lanes,
-// and on some machines a lane takes its count modulo 16.
+// shift of any length.
+//
+// The counts stay below the width of T. Compilers make the shift of a 16-bit value one of a 16-bit lane, and
+// g++ 12 does so too where the count may reach 16 and more, though lanes of POWER and z/Architecture take it
+// modulo 16. The masks change nothing: they show clang that 16-bit lanes will do, which halves the shifts.
 template <class T>
 struct BlockShift {
     static constexpr int kLongest = std::numeric_limits<T>::digits;
@@ -135,7 +133,6 @@ constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {
 static_assert(norm32(0) == 0 && norm32(-1) == 31 && norm32(1) == 30 && norm32(INT32_MAX) == 0);
 static_assert(norm32(INT32_MIN) == 0 && norm32(-(1 << 30)) == 1 && norm32(-(1 << 30) - 1) == 0);
 static_assert(norm16(1) == 14 && norm16(16383) == 1 && norm16(32767) == 0);
-static_assert(mul_doubling(-32768, -32768) == INT32_MAX && mul_doubling(-32768, 32767) == -2147418112);
 static_assert(mul_q15(32767, -1000) == -1000 && mul_q15(32767, 1000) == 999);
 static_assert(mul_32_by_q15(INT32_MIN, 32767) == -2147418112 && mul_32_by_q15(7, 16384) == 2);
 static_assert(mul_q15_rounded(16384, 1) == 1 && mul_q15_rounded(16384, -1) == 0 &&

@@ -1,5 +1,6 @@
 // Coarse pitch: normalised autocorrelation of the newest 30 decimated samples (2000 Hz) over the lags 4..41,
-// up to seven peaks interpolated to a sixteenth of a millisecond, and the choice among them.
+// up to seven peaks between the first and the last lag, interpolated to a sample at 16000 Hz, and the choice
+// among them.
 #include "arith/correlation.h"
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
@@ -18,32 +19,29 @@ constexpr std::int16_t MPTH[4] = {22938, 18022, 15728, 12124};
 namespace {
 
 // The arithmetic reads these copies, never the exported symbols, which a host program could define too.
-struct Table {
-    std::int16_t at[4];
-    explicit constexpr Table(const std::int16_t *t) : at{t[0], t[1], t[2], t[3]} {}
-};
-constexpr Table kOffset(x);
-constexpr Table kOffsetSquared(x2);
-constexpr Table kReciprocal(invk);
-constexpr std::int16_t kMultipleThreshold[5] = {MPTH[0], MPTH[1], MPTH[2], MPTH[3],
-                                                9830}; // 0.30 from the 6th on
+constexpr std::int16_t kOffset[] = {x[0], x[1], x[2], x[3]};
+constexpr std::int16_t kOffsetSquared[] = {x2[0], x2[1], x2[2], x2[3]};
+constexpr std::int16_t kReciprocal[] = {invk[0], invk[1], invk[2], invk[3]};
+constexpr std::int16_t kMultipleThreshold[] = {MPTH[0], MPTH[1], MPTH[2], MPTH[3],
+                                               9830}; // 0.30 from the 6th on
 
 constexpr int kFirstLag = 4; // decimated samples
 constexpr int kLastLag = 41;
 constexpr int kSamples = 71; // decimated, oldest first
 constexpr int kWindow = 30;  // the newest of them
-constexpr int kOldest = kSamples - kWindow;
+constexpr int kWindowBegin = kSamples - kWindow;
 constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr int kMaxPeaks = 7;
 constexpr std::uint16_t kNoPitch = 40;
 
 // Even at the shortest lag the rounded length ends within the samples.
 constexpr int kPadded = whole_vectors(kWindow);
-static_assert(kOldest - kFirstLag + kPadded <= kSamples);
+static_assert(kWindowBegin - kFirstLag + kPadded <= kSamples);
 
-// Up to this magnitude of the decimated samples every sum over a window stays below 2^30 and everything that
-// the interpolation makes of two or three of those below 2^31: plain arithmetic in any order equals the
-// ordered saturating one. The decimation hands over at most 4096.
+// Up to this magnitude of the decimated samples every correlation and energy is within M < 2^30, and what the
+// interpolation makes of them within 2·M + 4 < 2^31: the bend and the rise are at most M / 2 each, the centre
+// M. Then plain arithmetic in any order equals the ordered saturating one. The decimation hands over at most
+// 4096.
 constexpr int kExactPeak = 5982;
 static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30 && 2 * kExactPeak <= INT16_MAX);
 static_assert(kWindow * (kExactPeak + 1) * (kExactPeak + 1) >= 1 << 30); // and no larger one would do
@@ -60,17 +58,17 @@ struct Saturating {
 
 // Indexed by lag - kFirstLag, with room behind for whole vectors and one more.
 constexpr int kLags = kLastLag - kFirstLag + 1;
-constexpr int kLanes = whole_vectors(kLags);
-constexpr int kPerLag = kLanes + 1;
+constexpr int kPaddedLags = whole_vectors(kLags);
+constexpr int kLagSlots = kPaddedLags + 1;
 constexpr int kSteps = kLags - 1; // from a lag to the next
 
 struct Lags {
-    std::int32_t corr[kPerLag];
-    std::int32_t energy[kPerLag];
+    std::int32_t corr[kLagSlots]; // [0..kLags-1]
+    std::int32_t energy[kLagSlots];
     // Their normalised forms, with zeros behind; c2 has the sign of the correlation.
-    std::int16_t c2[kPerLag];
-    std::int16_t mantissa[kPerLag];
-    std::int16_t exponent[kPerLag];
+    std::int16_t c2[kLagSlots];
+    std::int16_t mantissa[kLagSlots];
+    std::int16_t exponent[kLagSlots];
 
     NormalisedCorrelation record(int i) const { return {c2[i], mantissa[i], exponent[i]}; }
 };
@@ -101,9 +99,9 @@ bool is_exact(const std::int16_t *dec) {
 }
 
 void correlate(const std::int16_t *dec, Lags &lags) {
-    Vectors<kPadded> window{};
-    const std::int16_t *shortest = dec + kOldest - kFirstLag; // the window delayed by the shortest lag
-    copy_samples<kWindow>(dec + kOldest, window.at);
+    AlignedSamples<kPadded> window{};
+    const std::int16_t *shortest = dec + kWindowBegin - kFirstLag; // the window delayed by the shortest lag
+    copy_samples<kWindow>(dec + kWindowBegin, window.at);
     for (int i = 0; i < kLags; ++i) lags.corr[i] = sum_of_products(window, shortest - i);
 
     // Towards longer lags one sample leaves the delayed window at its new end and one enters at its old end:
@@ -116,35 +114,40 @@ void correlate(const std::int16_t *dec, Lags &lags) {
         change[i] = difference * static_cast<std::int16_t>(entering + leaving);
     }
     std::int32_t energy = sum_of<kPadded>([=](int m) { return shortest[m] * shortest[m]; });
-    for (int m = kWindow; m < kPadded; ++m) energy -= shortest[m] * shortest[m];
+    for (int m = kWindow; m < kPadded; ++m) energy -= shortest[m] * shortest[m]; // the sum took whole vectors
     lags.energy[0] = energy;
-    for (int i = 0; i < kSteps; ++i) lags.energy[i + 1] = energy += change[kSteps - 1 - i];
+    for (int i = 0; i < kSteps; ++i) {
+        energy += change[kSteps - 1 - i];
+        lags.energy[i + 1] = energy;
+    }
 }
 
+// For samples beyond kExactPeak, which only direct calls bring.
 [[gnu::cold]] void correlate_saturating(const std::int16_t *dec, Lags &lags) {
     std::int32_t energy = 0;
-    for (int m = kOldest; m < kSamples; ++m) {
+    for (int m = kWindowBegin; m < kSamples; ++m) {
         energy = add_sat(energy, mul(dec[m - kFirstLag], dec[m - kFirstLag]));
     }
     lags.energy[0] = energy;
     for (int lag = kFirstLag + 1; lag <= kLastLag; ++lag) {
         const std::int16_t leaving = dec[kSamples - lag];
-        const std::int16_t entering = dec[kOldest - lag];
+        const std::int16_t entering = dec[kWindowBegin - lag];
         energy = add_sat(sub_sat(energy, mul(leaving, leaving)), mul(entering, entering));
         lags.energy[lag - kFirstLag] = energy;
     }
     for (int lag = kFirstLag; lag <= kLastLag; ++lag) {
         std::int32_t corr = 0;
-        for (int m = kOldest; m < kSamples; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
+        for (int m = kWindowBegin; m < kSamples; ++m) corr = add_sat(corr, mul(dec[m], dec[m - lag]));
         lags.corr[lag - kFirstLag] = corr;
     }
 }
 
 // --- Normalise ------------------------------------------------------------------------------------------
 
+// As normalise(), for all lags in loops that vectorise, and with the correlation's sign in c2.
 void normalise_lags(Lags &lags) {
-    std::int16_t c[kPerLag];
-    for (int i = 0; i != kLags; ++i) {
+    std::int16_t c[kLagSlots];
+    for (int i = 0; i < kLags; ++i) {
         const int corr_shift = norm32(lags.corr[i]);
         const int energy_shift = norm32(lags.energy[i]);
         c[i] = high_half(shift_left(lags.corr[i], corr_shift));
@@ -152,57 +155,58 @@ void normalise_lags(Lags &lags) {
         lags.exponent[i] = static_cast<std::int16_t>(2 * corr_shift - energy_shift);
     }
     for (std::int16_t *padded : {c, lags.mantissa, lags.exponent}) {
-        std::fill_n(padded + kLags, kPerLag - kLags, std::int16_t{0});
+        std::fill_n(padded + kLags, kLagSlots - kLags, std::int16_t{0});
     }
-    for (int i = 0; i != kLanes; ++i) {
-        const std::int32_t c2 = half_square(c[i]);
+    for (int i = 0; i < kPaddedLags; ++i) {
+        const std::int32_t c2 = square_q15(c[i]);
         lags.c2[i] = static_cast<std::int16_t>((sign16(c[i]) | 1) * c2);
     }
-    lags.c2[kLanes] = 0;
+    lags.c2[kPaddedLags] = 0;
 }
 
 // --- Find peaks -----------------------------------------------------------------------------------------
 
 // Indices of the lags of positive correlation that beat both neighbours, the first kMaxPeaks of them.
 struct Peaks {
-    int at[kLags / 2]; // 18 where every second inner lag is a peak, and one to write behind
+    int at[kLags / 2]; // 18 if every second inner lag is a peak, and one to write behind
     int count;
 };
 
-// Two neighbours need one pair of cross products, as in beats(): the first beats the second if its product is
-// greater, and the second the first if it is less. No measured c2 is -32768, so the products need no
-// saturation.
+// Of two neighbours, lags i and i + 1, one pair of doubled cross products tells which beats the other, as in
+// beats(): the later one if its product is greater, the earlier one if it is less. Three loops: in one clang
+// 14 would keep values for the next round instead of using vectors.
 Peaks find_peaks(const Lags &lags) {
-    std::int32_t here[kLanes];
-    std::int32_t before[kLanes];
-    std::int16_t here_down[kLanes];
-    std::int16_t before_down[kLanes];
-    for (int i = 0; i != kLanes; ++i) here[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
-    for (int i = 0; i != kLanes; ++i) before[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
-    for (int i = 0; i != kLanes; ++i) {
+    std::int32_t later[kPaddedLags];
+    std::int32_t earlier[kPaddedLags];
+    std::int16_t later_down[kPaddedLags];
+    std::int16_t earlier_down[kPaddedLags];
+    for (int i = 0; i < kPaddedLags; ++i) later[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
+    for (int i = 0; i < kPaddedLags; ++i) earlier[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
+    for (int i = 0; i < kPaddedLags; ++i) {
         const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
-        here_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
-        before_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
+        later_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
+        earlier_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
     }
 
-    // Every lag is written behind the list, and counted if it is a peak: that spares a branch that cannot be
+    // Every lag is written behind the list, and counted if it is a peak: that avoids a branch that cannot be
     // predicted.
     Peaks peaks;
     int count = 0;
-    bool rises = false;
-    for (int i = 0; i != kSteps; ++i) {
-        const std::int32_t a = here[i] >> here_down[i];
-        const std::int32_t b = before[i] >> before_down[i];
+    bool rises = false; // whether lag i is positive and beats the one before
+    for (int i = 0; i < kSteps; ++i) {
+        const std::int32_t after = later[i] >> later_down[i];
+        const std::int32_t here = earlier[i] >> earlier_down[i];
         peaks.at[count] = i;
-        count += static_cast<int>(rises & (a < b));
-        rises = (a > b) & (lags.corr[i + 1] > 0);
+        count += static_cast<int>(rises & (here > after));
+        rises = (after > here) & (lags.corr[i + 1] > 0);
     }
     peaks.count = std::min(count, kMaxPeaks);
     return peaks;
 }
 
+// Makes peaks of the troughs, for a signal that has no positive peak. The exponents stay as they are.
 [[gnu::cold]] void negate(Lags &lags) {
-    for (int i = 0; i != kLags; ++i) {
+    for (int i = 0; i < kLags; ++i) {
         lags.corr[i] = sub_sat(0, lags.corr[i]);
         lags.c2[i] = static_cast<std::int16_t>(-lags.c2[i]);
     }
@@ -210,11 +214,10 @@ Peaks find_peaks(const Lags &lags) {
 
 // --- Interpolate ----------------------------------------------------------------------------------------
 
-// The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour, on the parabola
-// through the correlations and the straight line through the energies.
-template <class Arithmetic>
+// The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour (the earlier one
+// if neither is), on the parabola through the correlations and the straight line through the energies.
+template <class A>
 Candidate interpolate(const Lags &lags, int peak) {
-    using A = Arithmetic;
     const std::int32_t centre = lags.corr[peak];
     const std::int32_t slope = A::sub(lags.corr[peak + 1], lags.corr[peak - 1]) >> 1;
     const std::int32_t curvature = A::sub(A::add(lags.corr[peak + 1], lags.corr[peak - 1]) >> 1, centre);
@@ -226,8 +229,8 @@ Candidate interpolate(const Lags &lags, int peak) {
     NormalisedCorrelation best = lags.record(peak);
     for (int i = 0; i < 4; ++i) {
         energy = A::add(energy, energy_step);
-        const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared.at[i]);
-        const std::int32_t rise = mul_32_by_q15(slope, kOffset.at[i]);
+        const std::int32_t bend = mul_32_by_q15(curvature, kOffsetSquared[i]);
+        const std::int32_t rise = mul_32_by_q15(slope, kOffset[i]);
         const std::int32_t corr = A::add(right ? A::add(bend, rise) : A::sub(bend, rise), centre);
         const NormalisedCorrelation point = normalise(corr, energy);
         if (beats(point, best)) {
@@ -246,12 +249,31 @@ Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
     return c;
 }
 
-// Only direct calls can come here, never the decimation's output.
+// For samples beyond kExactPeak.
 [[gnu::cold, gnu::noinline]] Candidates interpolate_saturating(const Lags &lags, const Peaks &peaks) {
     return interpolate_all<Saturating>(lags, peaks);
 }
 
 // --- Choose ---------------------------------------------------------------------------------------------
+//
+// A voiced sound correlates at its period and at the multiples of it, so the strongest candidate may be a
+// multiple. In this order, each "strength" a c²/e relative to the strongest candidate's:
+//   1. A shorter candidate whose multiples are all candidates too is the period: guards against doubled
+//   pitch.
+//   2. A candidate near the previous pitch is kept: voiced pitch changes little from frame to frame.
+//   3. Otherwise the strongest.
+//
+// Fractions of the strongest, Q15 unless said otherwise.
+constexpr std::int32_t kPeriod = 23921;          // 0.73: for rule 1
+constexpr std::int32_t kPeriodNear = 13107;      // 0.40: for rule 1, near the previous pitch
+constexpr std::int32_t kLongerNear = 51118;      // 0.78, Q16: for rule 2, longer than the strongest
+constexpr std::int32_t kShorterNear = 28180;     // 0.43, Q16: for rule 2, shorter
+constexpr std::int16_t kMultipleWidth = 1966;    // 0.06: how far from a multiple a candidate may lie
+constexpr std::int16_t kSubMultipleWidth = 3113; // 0.095: how far from a sub-multiple
+
+// What the search for the strongest starts from. Every candidate of positive energy beats it, as none has a
+// negative c2.
+constexpr NormalisedCorrelation kWeakest = {INT16_MIN, 1, 0};
 
 // The strongest of the candidates that it is offered, the first of equals.
 struct Strongest {
@@ -259,17 +281,17 @@ struct Strongest {
     NormalisedCorrelation record;
 
     void offer(int j, const NormalisedCorrelation &r) {
-        if (index < 0 ? beats_any(r) : beats(r, record)) {
+        if (index < 0 ? beats_weakest(r) : beats(r, record)) {
             index = j;
             record = r;
         }
     }
 
-    // The first is compared with a c2 of -32768 over an energy of 1. Every positive energy beats it, as no
-    // candidate's c2 is negative. Saturating sums and rounding in the interpolation can leave an energy that
-    // is not positive.
-    static bool beats_any(const NormalisedCorrelation &r) {
-        return r.energy > 0 || exceeds(r.c2, mul_doubling(INT16_MIN, r.energy), r.exponent);
+    // Saturating sums and rounding in the interpolation can leave an energy that is not positive. -32768
+    // stands for -32767 here, so that no product leaves 32 bits: 2·c2 <= 65534 is compared with the same
+    // product >> k for k >= 16, and with one that is at least as large for any other k.
+    static bool beats_weakest(const NormalisedCorrelation &r) {
+        return r.energy > 0 || beats({r.c2, std::max<std::int32_t>(r.energy, -32767), r.exponent}, kWeakest);
     }
 };
 
@@ -279,7 +301,7 @@ Strongest strongest(const Candidates &c) {
     return s;
 }
 
-// Within a quarter of the previous pitch. Differences are 16-bit values, as any prev is legal.
+// Of those within a quarter of the previous pitch. The differences wrap to 16 bits: any prev is legal.
 Strongest strongest_near(const Candidates &c, std::int16_t prev) {
     Strongest s;
     for (int j = 0; j < c.count; ++j) {
@@ -289,27 +311,26 @@ Strongest strongest_near(const Candidates &c, std::int16_t prev) {
     return s;
 }
 
-// Whether a beats b with a's energy weighed down, that is whether a reaches a fraction of b.
-[[gnu::noinline]] bool beats_weighted(NormalisedCorrelation a, const NormalisedCorrelation &b,
-                                      std::int32_t energy) {
-    a.energy = energy;
+// Whether a exceeds a fraction of b's strength: a's energy is scaled down by it. Out of line, as it is called
+// rarely.
+[[gnu::noinline]] bool exceeds(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int32_t fraction,
+                               int fraction_bits) {
+    a.energy = (a.energy * fraction) >> fraction_bits;
     return beats(a, b);
 }
 
-// Whether every multiple of candidate j's lag, up to the longest candidate, is itself a candidate of some
-// strength.
+// Whether every multiple of candidate j's lag, up to the longest candidate, has a candidate of some strength
+// beside it.
 bool multiples_confirm(const Candidates &c, int j, const NormalisedCorrelation &best) {
     const std::int32_t period = c.at[j].lag;
     int i = j;
     int k = 0;
     for (std::int32_t multiple = 2 * period; multiple <= c.longest(); multiple += period, ++k) {
-        const std::int32_t tolerance = mul_q15_rounded(1966, multiple); // 0.06
-        const std::int16_t threshold = kMultipleThreshold[std::min(k, 4)];
+        const std::int32_t tolerance = mul_q15_rounded(kMultipleWidth, multiple);
         for (;; ++i) {
             if (i == c.count || c.at[i].lag > multiple + tolerance) return false;
             if (c.at[i].lag <= multiple - tolerance) continue;
-            const NormalisedCorrelation &r = c.at[i].record;
-            if (beats_weighted(r, best, high_half(mul_doubling(r.energy, threshold)))) break;
+            if (exceeds(c.at[i].record, best, kMultipleThreshold[std::min(k, 4)], 15)) break;
         }
     }
     return true;
@@ -317,9 +338,9 @@ bool multiples_confirm(const Candidates &c, int j, const NormalisedCorrelation &
 
 // Whether lag is about a half, a third, a quarter or a fifth of whole.
 bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
-    for (const std::int16_t reciprocal : kReciprocal.at) {
+    for (const std::int16_t reciprocal : kReciprocal) {
         const std::int32_t part = (reciprocal * whole) >> 15;
-        const std::int32_t tolerance = mul_q15_rounded(3113, part); // 0.095
+        const std::int32_t tolerance = mul_q15_rounded(kSubMultipleWidth, part);
         if (part - tolerance < lag && lag < part + tolerance) return true;
     }
     return false;
@@ -329,24 +350,21 @@ std::int32_t choose(const Candidates &c, std::int16_t prev) {
     const int best = std::max(strongest(c).index, 0);
     const int near = strongest_near(c, prev).index;
     const NormalisedCorrelation &best_record = c.at[best].record;
+    const std::int32_t best_lag = c.at[best].lag;
 
-    // Ends at the longest lag at the latest.
+    // Ends at the longest candidate at the latest.
     for (int j = 0; 2 * c.at[j].lag < c.longest(); ++j) {
-        const NormalisedCorrelation &r = c.at[j].record;
-        const std::int32_t weight = j == near ? 13107 : 23921; // 0.40 and 0.73
-        if (beats_weighted(r, best_record, (r.energy * weight) >> 15) &&
+        if (exceeds(c.at[j].record, best_record, j == near ? kPeriodNear : kPeriod, 15) &&
             multiples_confirm(c, j, best_record)) {
             return c.at[j].lag;
         }
     }
 
-    if (near < 0 || near == best) return c.at[best].lag;
-    const NormalisedCorrelation &r = c.at[near].record;
+    if (near < 0 || near == best) return best_lag;
     const bool longer = near > best;
-    const std::int32_t weight = longer ? 51118 : 28180; // 0.78 and 0.43, Q16
-    const bool keeps_up = beats_weighted(r, best_record, (r.energy * weight) >> 16);
-    const bool fits = longer || is_sub_multiple(c.at[near].lag, c.at[best].lag);
-    return keeps_up && fits ? c.at[near].lag : c.at[best].lag;
+    const bool strong = exceeds(c.at[near].record, best_record, longer ? kLongerNear : kShorterNear, 16);
+    const bool fits = longer || is_sub_multiple(c.at[near].lag, best_lag);
+    return strong && fits ? c.at[near].lag : best_lag;
 }
 
 } // namespace
@@ -369,6 +387,7 @@ std::uint16_t PLC_CoarsePitch(const PitchTrackerState * /*state*/, const std::in
         peaks = find_peaks(lags);
     }
     if (peaks.count == 0) return kNoPitch;
+    // Without a choice there is nothing to interpolate.
     if (peaks.count == 1) return static_cast<std::uint16_t>(kFactor * (kFirstLag + peaks.at[0]));
 
     const Candidates candidates =

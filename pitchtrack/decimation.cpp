@@ -1,8 +1,8 @@
 // Low-pass filter, decimation by 8 and the block-scaled history of decimated samples.
 //
-// A decimated sample with block exponent e stands for accumulator · 2^(e - 16). The history is kept with 3
-// bits of headroom; the output of a call is brought to one exponent, the smaller of the history's and the new
-// samples'.
+// A decimated sample with block exponent e is the filter's accumulator · 2^(e - 16). The history is kept with
+// 3 bits of headroom. The output of a call is brought to one exponent, the smaller of the history's and the
+// new samples'.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
 #include "cvsd_qor.h"
@@ -21,24 +21,25 @@ constexpr std::int16_t bdf[60] = {1209,  728,   1120, 1460, 1845, 2202, 2533, 28
 namespace {
 
 constexpr int kFactor = 8;
-constexpr int kMemory = 60; // samples of the previous frame that the filter reaches back to
+constexpr int kFilter = 60; // coefficients
+constexpr int kMemory = 60; // samples kept of the previous frame
 constexpr int kFrame = 120; // samples
 constexpr int kNew = kFrame / kFactor;
 constexpr int kHistory = 56;               // decimated samples carried over
-constexpr int kKept = kHistory - kNew - 1; // of them, those that the new history takes from the old one
+constexpr int kKept = kHistory - kNew - 1; // of them, those that stay in their stored form for the next frame
 constexpr int kOutput = kHistory + kNew;
-constexpr int kHeadroom = 3; // bits kept free in decim_hist
+constexpr int kHeadroom = 3; // bits kept free
 
 // The filter in the order of its input, oldest first, with zero taps in front that round its length up to
 // whole vectors.
-constexpr int kTaps = whole_vectors(kMemory);
-constexpr Vectors<kTaps> taps = [] {
-    Vectors<kTaps> oldest_first{};
-    for (int k = 0; k < kMemory; ++k) oldest_first.at[kTaps - 1 - k] = bdf[k];
+constexpr int kTaps = whole_vectors(kFilter);
+constexpr AlignedSamples<kTaps> taps = [] {
+    AlignedSamples<kTaps> oldest_first{};
+    for (int k = 0; k < kFilter; ++k) oldest_first.at[kTaps - 1 - k] = bdf[k];
     return oldest_first;
 }();
 
-// No partial sum of products can leave 32 bits.
+// No partial sum of products can leave 32 bits, nor be INT32_MIN.
 static_assert([] {
     std::int64_t sum = 0;
     for (const int c : bdf) sum += c < 0 ? -c : c;
@@ -52,11 +53,13 @@ static_assert(kPaddedOutput == kHistory + kPaddedNew);
 
 struct Filtered {
     std::int32_t acc[kPaddedNew];
-    int exponent; // the left shifts that leave the largest magnitude its headroom
+    int exponent; // left shifts that leave the largest magnitude its headroom, -3..26; less than 0: right
+                  // shifts
 };
 
-// One accumulator for the last sample of each group of 8. All that matters of the largest magnitude is its
-// highest bit, which is the highest bit set in any.
+// One accumulator for the last sample of each group of 8. Of the largest magnitude only the highest bit
+// counts, which is the highest bit that is set in any of them. The least that counts is 2, so that silence
+// has an exponent.
 Filtered filter(const std::int16_t *in) {
     Filtered f{};
     std::int32_t bits = 2;
@@ -70,7 +73,9 @@ Filtered filter(const std::int16_t *in) {
     return f;
 }
 
-// The left shifts that leave the samples which go into the history their headroom.
+// The left shifts that leave the samples which go into the history their headroom, -1..11: 12 - p if the
+// largest has p bits. The least that counts is 1. -32768, which only a direct call's state can hold, counts
+// as 32767.
 int headroom_of(const std::int16_t *out) {
     std::uint16_t bits = 1;
     for (int j = kNew; j < kPaddedOutput; ++j) {
@@ -92,18 +97,18 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
 
     // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
     // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
-    alignas(16) std::int16_t common[kPaddedOutput];
+    AlignedSamples<kPaddedOutput> common;
     const BlockShift<std::int16_t> to_common(-drop);
-    for (int j = 0; j < kHistory; ++j) common[j] = to_common(state->decim_hist[j]);
+    for (int j = 0; j < kHistory; ++j) common.at[j] = to_common(state->decim_hist[j]);
     const BlockShift<std::int32_t> scale(common_exp);
-    for (int m = 0; m < kPaddedNew; ++m) common[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
-    copy_samples<kOutput>(common, out);
+    for (int m = 0; m < kPaddedNew; ++m) common.at[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
+    copy_samples<kOutput>(common.at, out);
 
-    // The history moves on by a frame. What stays of it is shifted from its stored form, which keeps the bits
-    // that the common exponent dropped; its last 16 samples come from the output. With 2^p above every |v >>
-    // drop|, the headroom is 12 - p, and a stored v is below 2^(p + drop): either way the result is
-    // within ±2^12, so nothing saturates, and no output is beyond 4096.
-    const int headroom = headroom_of(common);
+    // The history moves on by a frame. Its first 40 samples are shifted from their stored form, which keeps
+    // the bits that the common exponent dropped. Its last 16, one old and 15 new, come from the output. If
+    // every |v >> drop| that goes into it is below 2^p, the headroom is 12 - p and a stored v is below 2^(p +
+    // drop): either way the result is within ±2^12. So nothing overflows, and no output is beyond 4096.
+    const int headroom = headroom_of(common.at);
     const BlockShift<std::int16_t> restore(headroom - drop);
     for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j + kNew]);
     const BlockShift<std::int16_t> raise(headroom);

@@ -12,68 +12,70 @@ using namespace cvsd_qor;
 
 namespace {
 
-constexpr int kSignal = 561;  // samples of history
-constexpr int kWindow = 120;  // samples that are compared, at most
-constexpr int kShortest = 40; // lags, samples
-constexpr int kLongest = 320;
+constexpr int kSignal = 561;    // samples of history
+constexpr int kMaxWindow = 120; // samples that are compared; fewer for a shorter pitch
+constexpr int kShortestLag = 40;
+constexpr int kLongestLag = 320;
 constexpr int kReach = 3; // lags tried on either side of the coarse pitch
 constexpr int kLags = 2 * kReach + 1;
 
-// Beyond these the window would be negative or a segment would begin before the history. The coarse search
-// stays within 36..324.
+// Beyond these the window's length would be negative or a segment would begin before the history. The coarse
+// search stays within 36..324.
 constexpr int kCoarseMin = 0;
-constexpr int kCoarseMax = kSignal - kWindow + kReach;
+constexpr int kCoarseMax = kSignal - kMaxWindow + kReach;
 
-// kWindow times 0, kWindow times -1: from [n] on, the mask that lets the newest n of kWindow samples through.
+// kMaxWindow zeros, then as many times -1: read from [n] on, a mask that keeps the newest n of kMaxWindow
+// samples.
 constexpr struct Masks {
-    std::int16_t at[2 * kWindow]{};
+    std::int16_t at[2 * kMaxWindow]{};
     constexpr Masks() {
-        for (int i = kWindow; i < 2 * kWindow; ++i) at[i] = -1;
+        for (int i = kMaxWindow; i < 2 * kMaxWindow; ++i) at[i] = -1;
     }
 } masks;
 
-// The n samples before `end`, 0..kWindow, behind zeros that make them kWindow: every sum has one known
-// length.
+// The n samples before `end`, n in 0..kMaxWindow, with zeros in front up to kMaxWindow: every sum has one
+// known length.
 struct Segment {
     const std::int16_t *samples;
     const std::int16_t *mask;
 
-    Segment(const std::int16_t *end, int n) : samples(end - kWindow), mask(masks.at + n) {}
+    Segment(const std::int16_t *end, int n) : samples(end - kMaxWindow), mask(masks.at + n) {}
     std::int16_t operator[](int i) const { return static_cast<std::int16_t>(samples[i] & mask[i]); }
 };
 
-// A segment that is read often, with its zeros.
-using Window = Vectors<kWindow>;
+// The segment that all others are compared with, stored with its zeros.
+using Window = AlignedSamples<kMaxWindow>;
 
-Window copy(Segment segment) {
+Window stored(Segment segment) {
     Window w;
-    for (int i = 0; i < kWindow; ++i) w.at[i] = segment[i];
+    for (int i = 0; i < kMaxWindow; ++i) w.at[i] = segment[i];
     return w;
 }
 
-// Modulo 2^32.
-std::uint32_t energy(Segment s) {
-    return static_cast<std::uint32_t>(sum_of<kWindow>([=](int i) { return s[i] * s[i]; }));
+// Energy, modulo 2^32.
+std::uint32_t energy_of(Segment s) {
+    return static_cast<std::uint32_t>(sum_of<kMaxWindow>([=](int i) { return s[i] * s[i]; }));
 }
 
-// On a scale on which it cannot overflow. Of a Segment or a Window.
+// Energy of a Segment's or a Window's samples >> 3, which cannot overflow.
 template <class Samples>
-std::int32_t coarse_energy(const Samples &s) {
-    static_assert(std::int64_t{kWindow} * 4096 * 4096 <= INT32_MAX);
-    return sum_of<kWindow>([&s](int i) { return (s[i] >> 3) * (s[i] >> 3); });
+std::int32_t energy_of_eighths(const Samples &s) {
+    static_assert(std::int64_t{kMaxWindow} * 4096 * 4096 <= INT32_MAX);
+    return sum_of<kMaxWindow>([&s](int i) { return (s[i] >> 3) * (s[i] >> 3); });
 }
 
-// Sum of the magnitudes, -32768 counting as 32767. A product of value and sign becomes a multiply-add.
+// Sum of a Segment's or a Window's magnitudes, -32768 counting as 32767. Written as products of value and
+// sign, it becomes multiply-adds too.
 template <class Samples>
-std::int32_t magnitude(const Samples &s) {
-    return sum_of<kWindow>([&s](int i) {
+std::int32_t sum_of_magnitudes(const Samples &s) {
+    return sum_of<kMaxWindow>([&s](int i) {
         const std::int16_t v = s[i];
         const auto limited = static_cast<std::int16_t>(v + (v == INT16_MIN));
         return limited * static_cast<std::int16_t>(sign16(v) | 1);
     });
 }
 
-// What is searched. The segment of a lag is the n samples that lie the lag before the newest n.
+// What is searched. The segment of a lag is the n samples that lie `lag` samples before the newest n.
 struct Task {
     const std::int16_t *end; // one past the newest sample
     int n;
@@ -81,8 +83,10 @@ struct Task {
     Window newest;
 };
 
+// Correlations stand in the order of their segments in memory, energies in the order in which they are
+// updated.
 struct Sums {
-    std::int32_t corr[kVector]; // [last - lag], and one lane that only makes a whole vector
+    std::int32_t corr[kVector]; // [last - lag]; those of other lags mean nothing
     std::int32_t energy[kLags]; // [lag - first], of the lag's segment
 };
 
@@ -94,28 +98,31 @@ struct Best {
 };
 
 // With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, s = 2^(3-shift)·q + r
-// with 0 <= r <= 7. Over a segment r has a square norm of at most kRest.
-constexpr std::int32_t kRest = 7 * 7 * kWindow;
+// with 0 <= r <= 7. This is the largest energy of r over a segment.
+constexpr std::int32_t kMaxRestEnergy = 7 * 7 * kMaxWindow;
 
-// The shift is judged by the first lag: its Q, the sum of q², is below 2^25·4^shift. Its energy is below
-// (8·sqrt(2^25) + sqrt(kRest))², which an unsigned 32-bit sum holds.
+// Half of the bits by which Q, the sum of q² over the first lag's segment, exceeds 25, rounded up: Q <
+// 2^25·4^shift. A silent segment, norm32(0) being 0, is shifted by 3.
 int shift_for(std::int32_t first_q) { return std::max((7 - norm32(first_q)) >> 1, 0); }
-static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kRest);
+
+// So the energy of that segment is below (8·sqrt(2^25) + sqrt(kMaxRestEnergy))², which an unsigned 32-bit sum
+// holds.
+static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kMaxRestEnergy);
 static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 
-// The energies without any limit, by way of the samples that leave a segment and enter it from lag to lag.
-// Returns the largest.
+// Energies from lag to lag, by the sample that leaves the segment and the one that enters it. Returns the
+// largest, in full; the stored ones hold if that one fits in 32 bits.
 std::int64_t slide_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
-    std::int64_t e = energy(Segment(segment_end, t.n));
-    std::int64_t largest = e;
-    sums.energy[0] = static_cast<std::int32_t>(e);
+    std::int64_t energy = energy_of(Segment(segment_end, t.n));
+    std::int64_t largest = energy;
+    sums.energy[0] = static_cast<std::int32_t>(energy);
     for (int i = 1; i <= t.last - t.first; ++i) {
         const std::int16_t leaving = segment_end[-i];
         const std::int16_t entering = segment_end[-i - t.n];
-        e += mul(entering, entering) - mul(leaving, leaving);
-        largest = std::max(largest, e);
-        sums.energy[i] = static_cast<std::int32_t>(e);
+        energy += mul(entering, entering) - mul(leaving, leaving);
+        largest = std::max(largest, energy);
+        sums.energy[i] = static_cast<std::int32_t>(energy);
     }
     return largest;
 }
@@ -123,34 +130,37 @@ std::int64_t slide_energy(const Task &t, Sums &sums) {
 // Whether no sum of the search can leave 32 bits: then sums in any order equal the ordered saturating ones.
 //
 // A partial sum of products is at most the norm of the newest samples times that of the segment
-// (Cauchy-Schwarz). The square norm of the newest samples, s = 8·(s >> 3) + r, is at most (8² + 1²)·(Q +
-// kRest), by the same inequality.
+// (Cauchy-Schwarz). The shift says nothing of the newest samples, so their energy may exceed 32 bits; that of
+// their eighths, W, does not. With s = 8·(s >> 3) + r their energy is at most (8² + 1²)·(W + kMaxRestEnergy),
+// by the same inequality.
 bool is_exact(const Task &t, std::int64_t largest_energy) {
     constexpr std::int64_t kLimit = std::int64_t{INT32_MAX} * INT32_MAX / (8 * 8 + 1);
     return largest_energy <= INT32_MAX &&
-           largest_energy * (coarse_energy(t.newest) + std::int64_t{kRest}) <= kLimit;
+           largest_energy * (energy_of_eighths(t.newest) + std::int64_t{kMaxRestEnergy}) <= kLimit;
 }
 
+// Always kLags correlations, so that their count is known. Segments of lags below `first` lie in the history
+// too, as last >= kShortestLag >= kLags.
 void correlate(const Task &t, Sums &sums) {
-    const std::int16_t *segment = t.end - kWindow - t.last;
+    const std::int16_t *segment = t.end - kMaxWindow - t.last;
     for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(t.newest, segment + k);
 }
 
-// All sums as they are defined, each addition limited to 32 bits. The terms of the first energy are positive,
-// so that limiting their sum is the same.
+// All sums as they are defined, each addition limited to 32 bits. The terms of the first energy are not
+// negative and their unsigned sum holds, so limiting that sum is the same.
 [[gnu::cold, gnu::noinline]] void sum_saturating(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
     sums.energy[0] =
-        static_cast<std::int32_t>(std::min<std::uint32_t>(energy(Segment(segment_end, t.n)), INT32_MAX));
+        static_cast<std::int32_t>(std::min<std::uint32_t>(energy_of(Segment(segment_end, t.n)), INT32_MAX));
     for (int i = 1; i <= t.last - t.first; ++i) {
         const std::int16_t leaving = segment_end[-i];
         const std::int16_t entering = segment_end[-i - t.n];
         sums.energy[i] = add_sat(sub_sat(sums.energy[i - 1], mul(leaving, leaving)), mul(entering, entering));
     }
 
-    const std::int16_t *segment = t.end - kWindow - t.last;
+    const std::int16_t *segment = t.end - kMaxWindow - t.last;
     std::fill_n(sums.corr, kVector, 0);
-    for (int i = 0; i < kWindow; ++i) {
+    for (int i = 0; i < kMaxWindow; ++i) {
         for (int k = 0; k < kVector; ++k) {
             sums.corr[k] = add_sat(sums.corr[k], mul(t.newest[i], segment[i + k]));
         }
@@ -165,6 +175,7 @@ Best search(const Task &t) {
         sum_saturating(t, sums);
     }
 
+    // A negative first correlation competes as -1. If its energy is 0, no other lag can beat it.
     const std::int32_t first_corr = std::max<std::int32_t>(sums.corr[t.last - t.first], -1);
     Best best{t.first, first_corr, sums.energy[0], normalise(first_corr, sums.energy[0])};
     for (int lag = t.first + 1; lag <= t.last; ++lag) {
@@ -195,12 +206,12 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
                              std::int16_t *refine_len, std::int16_t *scale_shift,
                              const std::int16_t *sig_hist, std::int16_t coarse_pitch) {
     const int pitch = clamp<int>(coarse_pitch, kCoarseMin, kCoarseMax);
-    const int n = std::min(pitch, kWindow);
-    const int first = std::max(pitch - kReach, kShortest);
-    const int last = std::max(std::min(pitch + kReach, kLongest), first);
+    const int n = std::min(pitch, kMaxWindow);
+    const int first = std::max(pitch - kReach, kShortestLag);
+    const int last = std::max(std::min(pitch + kReach, kLongestLag), first);
 
     const std::int16_t *end = sig_hist + kSignal;
-    const int shift = shift_for(coarse_energy(Segment(end - first, n)));
+    const int shift = shift_for(energy_of_eighths(Segment(end - first, n)));
     std::int16_t scaled[kSignal];
     if (shift != 0) {
         const BlockShift<std::int16_t> scale(-shift);
@@ -208,11 +219,12 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
         end = scaled + kSignal;
     }
 
-    const Task task{end, n, first, last, copy(Segment(end, n))};
+    const Task task{end, n, first, last, stored(Segment(end, n))};
     const Best best = search(task);
 
-    const std::int16_t ratio = ratio_q14(magnitude(task.newest), magnitude(Segment(end - best.lag, n)));
-    const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : +ratio, -16384, 16384));
+    const std::int16_t ratio =
+        ratio_q14(sum_of_magnitudes(task.newest), sum_of_magnitudes(Segment(end - best.lag, n)));
+    const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
     *amp_ratio = signed_ratio;
