@@ -146,18 +146,8 @@ void correlate(const Task &t, Sums &sums) {
     for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(t.newest, segment + k);
 }
 
-// All sums as they are defined, each addition limited to 32 bits. The terms of the first energy are not
-// negative and their unsigned sum holds, so limiting that sum is the same.
-[[gnu::cold, gnu::noinline]] void sum_saturating(const Task &t, Sums &sums) {
-    const std::int16_t *segment_end = t.end - t.first;
-    sums.energy[0] =
-        static_cast<std::int32_t>(std::min<std::uint32_t>(energy_of(Segment(segment_end, t.n)), INT32_MAX));
-    for (int i = 1; i <= t.last - t.first; ++i) {
-        const std::int16_t leaving = segment_end[-i];
-        const std::int16_t entering = segment_end[-i - t.n];
-        sums.energy[i] = add_sat(sub_sat(sums.energy[i - 1], mul(leaving, leaving)), mul(entering, entering));
-    }
-
+// The sums as they are defined, each addition limited to 32 bits.
+[[gnu::noinline]] void correlate_saturating(const Task &t, Sums &sums) {
     const std::int16_t *segment = t.end - kMaxWindow - t.last;
     std::fill_n(sums.corr, kVector, 0);
     for (int i = 0; i < kMaxWindow; ++i) {
@@ -167,12 +157,26 @@ void correlate(const Task &t, Sums &sums) {
     }
 }
 
+// The terms of the first energy are not negative and their unsigned sum holds, so limiting that sum is the
+// same.
+[[gnu::cold]] void slide_energy_saturating(const Task &t, Sums &sums) {
+    const std::int16_t *segment_end = t.end - t.first;
+    sums.energy[0] =
+        static_cast<std::int32_t>(std::min<std::uint32_t>(energy_of(Segment(segment_end, t.n)), INT32_MAX));
+    for (int i = 1; i <= t.last - t.first; ++i) {
+        const std::int16_t leaving = segment_end[-i];
+        const std::int16_t entering = segment_end[-i - t.n];
+        sums.energy[i] = add_sat(sub_sat(sums.energy[i - 1], mul(leaving, leaving)), mul(entering, entering));
+    }
+}
+
 Best search(const Task &t) {
     Sums sums;
     if (is_exact(t, slide_energy(t, sums))) {
         correlate(t, sums);
     } else {
-        sum_saturating(t, sums);
+        slide_energy_saturating(t, sums);
+        correlate_saturating(t, sums);
     }
 
     // A negative first correlation competes as -1. If its energy is 0, no other lag can beat it.
