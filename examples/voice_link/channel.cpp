@@ -1,50 +1,83 @@
 #include "channel.h"
 
-#include "file.h"
-
-#include <cctype>
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <random>
 
-double smallest_burst(double percent) { return percent / (100 - percent); }
+namespace {
+
+// The generator's numbers are the same everywhere, those of the standard library's distributions are not. A
+// chance is an integer that each number is compared with.
+using Random = std::mt19937;
+
+std::uint64_t chance(double probability) {
+    return static_cast<std::uint64_t>(std::llround(probability * 0x1p32));
+}
+
+// True `hits` times out of `cases`.
+bool draw(Random &random, std::size_t hits, std::size_t cases) {
+    return static_cast<std::uint64_t>(random()) * cases < static_cast<std::uint64_t>(hits) << 32;
+}
+
+} // namespace
+
+double smallest_burst(double percent) {
+    return percent < 100 ? percent / (100 - percent) : std::numeric_limits<double>::infinity();
+}
 
 Losses random_losses(std::size_t frames, double percent, double mean_burst, std::uint32_t seed) {
+    if (percent >= 100) return Losses(frames, true);
     // In the long run as many bursts begin as end: good · begin = lost · end.
-    const double end = 1 / mean_burst;
-    const double begin = end * percent / (100 - percent);
+    const std::uint64_t end = chance(1 / mean_burst);
+    const std::uint64_t begin = chance(percent / (100 - percent) / mean_burst);
 
-    std::mt19937 random(
-        seed); // its numbers are the same everywhere, those of the standard distributions are not
+    Random random(seed);
     Losses lost(frames);
     bool now = false;
+    std::uint64_t change = chance(percent / 100); // the first frame is like any other, not behind a good one
     for (std::size_t i = 0; i < frames; ++i) {
-        const bool change = static_cast<double>(random()) < (now ? end : begin) * 0x1p32;
-        lost[i] = now = now != change;
+        if (random() < change) now = !now;
+        lost[i] = now;
+        change = now ? end : begin;
     }
     return lost;
 }
 
-Losses read_losses(const std::string &path, std::size_t frames) {
-    Losses pattern;
-    for (const std::uint8_t c : read_file(path)) {
-        if (c == '0' || c == '1') {
-            pattern.push_back(c == '1');
-        } else if (std::isspace(c) == 0) {
-            throw FileError(input_name(path),
-                            "not a loss pattern: it holds something other than 0, 1 and white space");
+Losses exact_losses(std::size_t frames, double percent, double mean_burst, std::uint32_t seed) {
+    auto left = static_cast<std::size_t>(std::llround(static_cast<double>(frames) * percent / 100));
+    const std::size_t good = frames - left;
+    auto bursts = static_cast<std::size_t>(std::llround(static_cast<double>(left) / mean_burst));
+    bursts = std::min({std::max<std::size_t>(bursts, 1), left, good + 1});
+
+    // Before each good frame and behind the last there is room for one burst. The joints between lost frames
+    // are what the bursts are cut at.
+    Random random(seed);
+    Losses lost;
+    for (std::size_t rooms = good + 1; rooms > 0; --rooms) {
+        if (draw(random, bursts, rooms)) {
+            --bursts;
+            do {
+                lost.push_back(true);
+                --left;
+            } while (left > 0 && !draw(random, bursts, left));
         }
+        if (rooms > 1) lost.push_back(false);
     }
-    if (pattern.empty()) throw FileError(input_name(path), "not a loss pattern: it holds neither 0 nor 1");
-    Losses lost(frames);
-    for (std::size_t i = 0; i < frames; ++i) lost[i] = pattern[i % pattern.size()];
     return lost;
 }
 
-std::vector<Burst> bursts(const Losses &lost) {
-    std::vector<Burst> found;
+Tally tally(const Losses &lost) {
+    Tally sum;
+    std::size_t length = 0;
     for (std::size_t i = 0; i < lost.size(); ++i) {
-        if (!lost[i]) continue;
-        if (i == 0 || !lost[i - 1]) found.push_back({i, 0});
-        ++found.back().length;
+        length = lost[i] ? length + 1 : 0;
+        const bool ends = lost[i] && (i + 1 == lost.size() || !lost[i + 1]);
+        sum.lost += lost[i] ? 1 : 0;
+        if (!ends) continue;
+        ++sum.bursts;
+        ++sum.by_length[length];
     }
-    return found;
+    sum.frames = lost.size();
+    return sum;
 }

@@ -21,6 +21,7 @@ struct LinkOptions {
     double loss = 10; // percent
     double burst = 2; // frames
     std::uint32_t seed = 1;
+    bool exact = false;
     std::string pattern;
     std::string conceal = "on"; // or "off", "mute"
     std::string plot;

@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "distance.h"
 #include "file.h"
+#include "pattern.h"
 #include "plot.h"
 
 #include <algorithm>
@@ -20,6 +21,20 @@ struct Format {
 };
 
 Format format_of(int rate) { return rate == kSpeechRate ? Format{rate, kPacket, 30} : Format{rate, 120, 60}; }
+
+struct Burst {
+    std::size_t first, length; // frames
+};
+
+std::vector<Burst> bursts(const Losses &lost) {
+    std::vector<Burst> found;
+    for (std::size_t i = 0; i < lost.size(); ++i) {
+        if (!lost[i]) continue;
+        if (i == 0 || !lost[i - 1]) found.push_back({i, 0});
+        ++found.back().length;
+    }
+    return found;
+}
 
 // A signal that lags behind the speech that was sent.
 struct Late {
@@ -118,6 +133,11 @@ Stretch view(const LinkOptions &options, std::span<const std::int16_t> speech,
     return {first, first + length};
 }
 
+Losses losses(const LinkOptions &o, std::size_t frames) {
+    if (!o.pattern.empty()) return fitted(read_pattern(o.pattern), frames);
+    return (o.exact ? exact_losses : random_losses)(frames, o.loss, o.burst, o.seed);
+}
+
 } // namespace
 
 void link(const LinkOptions &options) {
@@ -125,8 +145,7 @@ void link(const LinkOptions &options) {
     Samples speech = read_speech(options.input, format.rate);
     const std::size_t length = speech.size();
     const std::size_t frames = (length + format.frame - 1) / format.frame;
-    Losses lost = options.pattern.empty() ? random_losses(frames, options.loss, options.burst, options.seed)
-                                          : read_losses(options.pattern, frames);
+    Losses lost = losses(options, frames);
     const std::vector<Burst> found = bursts(lost);
     lost.resize(frames + kFlush);
     speech.resize(lost.size() * format.frame);

@@ -4,6 +4,7 @@
 #include "plot.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 
 namespace {
@@ -37,14 +38,17 @@ void add_link(CLI::App &app, LinkOptions &o) {
     sub->add_option("--rate", o.rate,
                     "8000: codec, frames of 30 samples; 16000: no codec, frames of 120 samples")
         ->check(CLI::IsMember({8000, 16000}));
-    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(CLI::Range(0.0, 99.0));
+    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(CLI::Range(0.0, 100.0));
     auto *burst =
         sub->add_option("--burst", o.burst, "Mean length of a loss, frames")->check(CLI::Range(1.0, 1e6));
     auto *seed = sub->add_option("--seed", o.seed, "Start of the random numbers");
+    auto *exact =
+        sub->add_flag("--exact", o.exact, "Lose just this share of the frames, and not only in the mean");
     sub->add_option("--pattern", o.pattern, "File of 0 (arrives) and 1 (lost) in place of random losses")
         ->excludes(loss)
         ->excludes(burst)
-        ->excludes(seed);
+        ->excludes(seed)
+        ->excludes(exact);
     sub->add_option("--conceal", o.conceal,
                     "Lost frames: concealed (on), the last one again (off), silence (mute)")
         ->check(CLI::IsMember({"on", "off", "mute"}));
@@ -59,8 +63,9 @@ void add_link(CLI::App &app, LinkOptions &o) {
         ->check(CLI::Range(0.005, 60.0))
         ->needs(plot);
     sub->footer("Example: voice_link link speech.wav heard.wav --rate 16000 --burst 3 --plot heard.svg");
-    sub->callback([&o] {
-        if (o.pattern.empty() && o.burst < smallest_burst(o.loss)) {
+    sub->callback([&o, burst] {
+        if (burst->count() == 0) o.burst = std::max(o.burst, smallest_burst(o.loss));
+        if (o.pattern.empty() && o.loss < 100 && o.burst < smallest_burst(o.loss)) {
             throw CLI::ValidationError("--burst",
                                        "must be " + std::to_string(smallest_burst(o.loss)) +
                                            " or more for such a loss: bursts are good frames apart");
