@@ -39,7 +39,10 @@ find_package(PkgConfig QUIET)
 find_package(CLI11 QUIET)
 find_package(GTest QUIET)
 find_package(benchmark QUIET)
+find_package(nlohmann_json QUIET)
+find_package(Threads QUIET)
 if(PkgConfig_FOUND)
+  pkg_check_modules(kissfft QUIET IMPORTED_TARGET kissfft-float)
   pkg_check_modules(sndfile QUIET IMPORTED_TARGET sndfile)
   pkg_check_modules(speexdsp QUIET IMPORTED_TARGET speexdsp)
 endif()
@@ -53,6 +56,7 @@ endif()
 
 option(CVSD_QOR_BUILD_EXAMPLES "Build the examples" ON)
 offer(CVSD_QOR_BUILD_TESTS "tests" "libgtest-dev pkg-config" GTest::gtest_main PkgConfig_FOUND)
-offer(CVSD_QOR_BUILD_VOICE_LINK "example voice_link" "libcli11-dev libsndfile1-dev libspeexdsp-dev pkg-config"
-  CLI11::CLI11 PkgConfig::sndfile PkgConfig::speexdsp)
+offer(CVSD_QOR_BUILD_VOICE_LINK "example voice_link"
+  "libcli11-dev libkissfft-dev libsndfile1-dev libspeexdsp-dev nlohmann-json3-dev pkg-config"
+  CLI11::CLI11 nlohmann_json::nlohmann_json PkgConfig::kissfft PkgConfig::sndfile PkgConfig::speexdsp Threads::Threads)
 offer(CVSD_QOR_BUILD_BENCHMARKS "benchmarks" "libbenchmark-dev" benchmark::benchmark)

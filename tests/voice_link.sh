@@ -4,6 +4,7 @@
 set -u
 program=$1
 speech=$2/speech_8k.wav
+wide=$2/speech_16k.wav
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -39,7 +40,7 @@ samples=$(((samples + 29) / 30 * 30))
 less 15 "$(decibels decoded ratio)" || fail "decoded speech: $(cat decoded)"
 
 # The wideband clip is the same speech: brought to 8000 Hz it decodes as well.
-"$program" encode "$2/speech_16k.wav" wide.cvsd >encoded || fail "encode at 16000 Hz"
+"$program" encode "$wide" wide.cvsd >encoded || fail "encode at 16000 Hz"
 less 15 "$(decibels encoded ratio)" || fail "wideband clip: $(cat encoded)"
 
 # Pipes, with pieces that end anywhere, give the same files.
@@ -57,43 +58,138 @@ for rate in 8000 16000; do
         less "$(decibels report concealed)" "$(decibels report $other)" || fail "$rate Hz: $other: $(cat report)"
     done
 done
-echo 00010 >pattern
+# Patterns: with commas and comments, begun again or cut, and written so that a run can be repeated.
+printf '# every fourth\n0,0 0\t1,\n# that is all' >pattern
 "$program" link "$speech" lossy.wav --pattern pattern --conceal mute >report || fail "link with a pattern"
-grep -q '(20.0 %).*: [0-9]* of 1$' report || fail "pattern 00010: $(cat report)"
+grep -q 'lost 25.0 %: 754 frames in 754 bursts' report || fail "every fourth frame: $(cat report)"
+grep -q 'pattern: 4 frames, begun again to fill 3016' report || fail "a short pattern: $(cat report)"
+"$program" link "$speech" some.wav --loss 30 --gaps gaps.wav --write-pattern some >report || fail "--write-pattern"
+cat some some >twice
+"$program" link "$speech" again.wav --pattern twice >report || fail "link with a written pattern"
+grep -q 'pattern: 6032 frames, only the first 3016' report || fail "a long pattern: $(cat report)"
+cmp some.wav again.wav || fail "a written pattern does not repeat the run"
+"$program" link "$speech" mute.wav --pattern some --conceal mute >report && cmp mute.wav gaps.wav || fail "--gaps"
+"$program" link "$speech" idle.wav --pattern some --while-lost idle >report
+! cmp -s some.wav idle.wav || fail "--while-lost changes nothing"
 echo 0 >pattern
-"$program" link "$2/speech_16k.wav" on.wav --rate 16000 --pattern pattern >report
-cmp -s on.wav "$2/speech_16k.wav" || fail "without loss, the output at 16000 Hz is not the input"
+"$program" link "$wide" on.wav --rate 16000 --pattern pattern >report
+cmp -s on.wav "$wide" || fail "without loss, the output at 16000 Hz is not the input"
 "$program" link "$speech" on.wav --pattern pattern >report
 "$program" link "$speech" off.wav --pattern pattern --conceal off >report
 cmp -s on.wav off.wav || fail "without loss, concealment changes the speech at 8000 Hz"
+
+# Random losses: share and burst as asked for, over many seeds or in each file. The figures are those of the outputs.
+"$program" link "$speech" seeds/ --seeds 40 --jobs 2 --burst 3 --report csv >seeds.csv || fail "40 seeds"
+[ "$(find seeds -name 'speech_8k.seed*.wav' | wc -l)" -eq 40 ] || fail "40 seeds give other files: $(ls seeds)"
+awk -F, 'NR > 1 { lost += $16; frames += $7; bursts += $18 } END {
+    if (lost / frames < 0.09 || lost / frames > 0.11 || lost / bursts < 2.8 || lost / bursts > 3.2) exit 1 }' seeds.csv ||
+    fail "10 % in bursts of 3 over 40 seeds: $(cat seeds.csv)"
+"$program" link "$speech" x.wav --burst 3 --seed 40 >report && cmp x.wav seeds/speech_8k.seed40.wav ||
+    fail "a seed among several and alone"
+"$program" link "$speech" x.wav --exact --burst 3 >report
+grep -q 'aimed at 10 % in bursts of 3, lost 10.0 %: 302 frames in 101 bursts' report || fail "--exact: $(cat report)"
+"$program" link "$speech" x.wav --loss 99 >report
+grep -q 'aimed at 99 % in bursts of 99, lost 9[0-9].' report || fail "--loss 99: $(cat report)"
+"$program" link "$speech" x.wav --loss 100 --conceal mute >report && grep -q 'lost 100.0 %' report || fail "--loss 100"
+
+# Several files give what each gives alone. One that cannot be read does not stop the others.
+"$program" encode "$speech" empty.wav "$wide" many --jobs 3 --report json >report 2>stderr &&
+    fail "a missing input is not seen"
+grep -q 'empty.wav: cannot read' stderr || fail "a missing input among several: $(cat stderr)"
+cmp many/speech_8k.cvsd a.cvsd && cmp many/speech_16k.cvsd wide.cvsd || fail "several files"
+[ "$(grep -c '"duration_s": 11.31' report)" -eq 2 ] || fail "encode --report json: $(cat report)"
+"$program" link "$speech" x.wav --report json >report
+grep -q '"seed": 1,' report && grep -q '"version": "[0-9.]*"' report || fail "link --report json: $(cat report)"
+
+# Of two channels one is taken: the wideband clip's samples in turn; begun a sample later, the other one comes first.
+{ head -c 22 "$wide" && printf '\2' && tail -c +24 "$wide" | head -c 9 && printf '\4' && tail -c +34 "$wide"; } >stereo.wav
+{ head -c 44 stereo.wav && tail -c +47 stereo.wav; } >swapped.wav
+"$program" encode stereo.wav 2.cvsd --channel 2 >report && "$program" encode swapped.wav 1.cvsd --channel 1 >report &&
+    "$program" encode swapped.wav 12.cvsd >report || fail "--channel"
+cmp -n 80000 1.cvsd 2.cvsd || fail "--channel 2 is not the second channel"
+! cmp -s -n 80000 1.cvsd 12.cvsd || fail "--channel 1 is a mixture"
+
+# What is wrong with a file, and can be lived with, is said in one line.
+head -c 100000 "$speech" >short.wav
+expect 0 "warning: short.wav: shorter than its header says: 6.2 of 11.3 s are there" encode short.wav x.cvsd
+"$program" encode "$speech" x.cvsd >report 2>stderr
+[ ! -s stderr ] || fail "standard error, which is no terminal, holds $(cat stderr)"
+
+# Twenty minutes in little memory, with a bar on a terminal. Sanitizers take memory of their own.
+{ head -c 40 "$speech" && printf '\0\370\044\1' && head -c 19200000 /dev/zero; } >long.wav
+if ! grep -q __asan_init "$program"; then
+    (ulimit -v 150000 && "$program" encode long.wav x.cvsd >report) || fail "memory: $(cat report)"
+    (ulimit -v 150000 && "$program" link long.wav x.wav >report) || fail "memory: $(cat report)"
+fi
+script -qec "'$program' encode long.wav x.cvsd" /dev/null </dev/null >screen || fail "encode on a terminal"
+grep -q '\[#* *\.*\] *[0-9]* %' screen || fail "no bar on a terminal: $(cat screen)"
+rm -r long.wav seeds many
+
+# A signal ends the program in the midst of its output, by that signal, and leaves nothing.
+mkfifo held
+exec 3<>held
+ls >before
+for signal in INT TERM HUP; do
+    env --default-signal="$signal" "$program" decode held x.part.wav 2>/dev/null &
+    until ls x.part.wav.*.part >/dev/null 2>&1; do sleep 0.05; done
+    kill -s "$signal" $!
+    wait $! 2>/dev/null
+    [ $? -gt 128 ] || fail "SIG$signal is not seen in the exit status"
+    ls | cmp - before || fail "SIG$signal leaves files behind"
+done
+exec 3<&-
+rm before held
+
 if command -v gnuplot >/dev/null; then
-    { "$program" link "$speech" p.wav --plot "it's.svg" >report && grep -q '<svg' "it's.svg"; } || fail "no SVG picture"
-    { "$program" link "$speech" p.wav --plot "it's.png" >report && grep -q 'PNG' "it's.png"; } || fail "no PNG picture"
+    { "$program" link "$speech" p.wav --plot "it's.svg" >report && grep -q '</svg' "it's.svg"; } || fail "no SVG picture"
+    { "$program" link "$speech" p.wav --plot "it's.png" >report && grep -q 'IEND' "it's.png"; } || fail "no PNG picture"
+    "$program" sweep "$speech" "$wide" curve.svg --loss 0,5,20 --burst 1,4 --seeds 2 --while-lost hold,idle --jobs 2 >report ||
+        fail "sweep"
+    grep -q '</svg' curve.svg || fail "no picture of a sweep"
+    [ "$(wc -l <curve.csv)" -eq 49 ] || fail "not 48 runs: $(cat curve.csv)"
+    [ "$(grep -c '^| \(hold\|idle\) | [0-9]* % | [14] | [0-9.]* dB' report)" -eq 8 ] || fail "a table not of 8 rows: $(cat report)"
+    ln -s /dev/full full.svg
+    rm -f x.wav
+    expect 1 "full.svg: cannot write" link "$speech" x.wav --plot full.svg
+    expect 1 "full.svg: cannot write" sweep "$speech" full.svg --seeds 1 --loss 5 --burst 1
 fi
 
 # What cannot be done is said in one line and leaves no file.
 : >empty
+tail -c +45 "$wide" >headerless.pcm
+printf '0001\n01x0\n' >wrong
+rm -f stdout stderr x.wav
 before=$(echo ./*)
 expect 1 "nowhere.wav: cannot read" encode nowhere.wav x.cvsd
 expect 1 "empty: is empty" encode empty x.cvsd
 expect 1 "empty: is empty" decode empty x.wav
 expect 1 "standard input: is empty" decode - x.wav
 expect 1 "a.cvsd: not a sound file" encode a.cvsd x.cvsd
-expect 1 "a.cvsd: not a loss pattern" link "$speech" x.wav --pattern a.cvsd
+expect 1 "headerless.pcm: not a sound file: it has no header" encode headerless.pcm x.cvsd
+expect 1 "not a bit stream, but a sound file" decode "$speech" x.wav
+expect 1 "has no channel 2, only 1" encode "$speech" x.cvsd --channel 2
+expect 1 "x.flac: cannot write: what comes out is WAV, not flac" decode a.cvsd x.flac
+expect 1 "x.flac: cannot write: what comes out is WAV, not flac" link "$speech" x.flac
+expect 1 "x.wav: cannot write: what comes out is a bit stream, not wav" encode "$speech" x.wav
+expect 1 "wrong: not a loss pattern: line 2, column 3 is neither 0 nor 1" link "$speech" x.wav --pattern wrong
 expect 1 "nowhere/x.cvsd: cannot write" encode "$speech" nowhere/x.cvsd
 expect 1 "/dev/full: cannot write" encode "$speech" /dev/full
-expect 1 "cannot write: it is a directory" decode a.cvsd "$work"
+expect 1 "/dev/full: cannot write" decode a.cvsd /dev/full
+expect 1 "pattern: cannot write: several outputs need a folder" encode "$speech" "$wide" pattern
 search=/nonexistent
 expect 1 "gnuplot is not installed" link "$speech" x.wav --plot x.svg
 search=
 expect 2 "Usage:"
 expect 2 "Usage:" decode a.cvsd
 expect 2 "must end in .svg or .png" link "$speech" x.wav --plot x.gif
-expect 2 "--burst: must be 9" link "$speech" x.wav --loss 90 --burst 2
+expect 2 "--burst: must be 9 or more to lose 90 %" link "$speech" x.wav --loss 90 --burst 2
 expect 2 "--rate" link "$speech" x.wav --rate 44100
+expect 2 "is an input and would be overwritten" link short.wav stereo.wav .
+expect 2 "two inputs would be written to" encode "$speech" ./"$speech" .
 rm stdout stderr
 [ "$(echo ./*)" = "$before" ] || fail "files left behind: $(echo ./*), before $before"
-for command in encode decode link; do
+for command in encode decode link sweep; do
     "$program" $command --help | grep -q "Example: voice_link $command" || fail "$command --help has no example"
 done
+"$program" --version | grep -qx 'voice_link [0-9]*\.[0-9]*\.[0-9]*' || fail "--version"
 exit $((failures > 0))

@@ -1,12 +1,38 @@
 // Speech from and to sound files.
 #pragma once
 
-#include "resampler.h"
+#include "progress.h"
+#include "store.h"
 
+#include <span>
 #include <string>
 
-// Any file that libsndfile reads: channels mixed down, brought to rate. Never empty.
-Samples read_speech(const std::string &path, int rate);
+struct Source {
+    std::string path;
+    int channel = 0; // counted from 1; 0 mixes all
+};
 
-// 16-bit mono WAV.
-void write_speech(const std::string &path, std::span<const std::int16_t> speech, int rate);
+// Any file that libsndfile reads, brought to the rate. Never empty. Says where the file is shorter than its
+// header. Advances progress by the share.
+Store read_speech(const Source &source, int rate, Progress &progress, double share);
+
+// True if a file begins as one of the usual sound files does.
+bool is_sound(std::span<const std::uint8_t> head);
+// Throw FileError where the name's suffix promises anything but WAV, or a sound file for a bit stream.
+void check_wav_name(const std::string &path);
+void check_stream_name(const std::string &path);
+
+// 16-bit mono WAV, in pieces.
+class WavFile {
+public:
+    WavFile(const std::string &path, int rate);
+    ~WavFile();
+    void write(std::span<const std::int16_t> samples);
+    void write(const Store &signal);
+    void finish(); // complete on the disk, but not under its name yet
+    void commit();
+
+private:
+    struct Open;
+    std::unique_ptr<Open> open_;
+};

@@ -7,28 +7,35 @@ constexpr int kSenderQuality = 5;
 
 constexpr std::uint8_t kIdle = 0xAA; // bits 0 and 1 in turn: what silence is encoded as
 
-std::vector<std::uint8_t> encode_speech(std::span<const std::int16_t> speech) {
-    const std::size_t packets = (speech.size() + kPacket - 1) / kPacket;
-    Samples padded(speech.begin(), speech.end());
-    padded.resize(packets * kPacket);
-
-    CvsdState encoder;
-    CVSD_ENC_Init(&encoder);
-    std::vector<std::uint8_t> bits(padded.size());
-    Samples pcm = convert(padded, kSpeechRate, kCodecRate, kSenderQuality);
-    // A decoded sample reflects the bits before it, which makes it one sample late: sent one sample early it
-    // lines up.
-    pcm.erase(pcm.begin());
-    pcm.push_back(0);
-    for (std::size_t i = 0; i < padded.size(); i += kPacket) {
-        std::int32_t samples = 8 * kPacket;
-        std::int32_t bytes = kPacket;
-        CVSD_ENC_Process(&encoder, &pcm[8 * i], &samples, &bits[i], &bytes);
-    }
-    return bits;
+Sender::Sender() : up_(kSpeechRate, kCodecRate, kSenderQuality) {
+    up_.line_up();
+    CVSD_ENC_Init(&encoder_);
 }
 
-Receiver::Receiver(Filter filter) : down_(kCodecRate, kSpeechRate, static_cast<int>(filter)) {
+void Sender::take(std::span<const std::int16_t> speech, Bits &bits) {
+    up_.run(speech, pcm_);
+    // A decoded sample reflects the bits before it, which makes it one sample late: sent one sample early it
+    // lines up.
+    if (!begun_ && !pcm_.empty()) {
+        pcm_.erase(pcm_.begin());
+        begun_ = true;
+    }
+    const std::size_t old_size = bits.size();
+    bits.resize(old_size + pcm_.size() / 8);
+    auto samples = static_cast<std::int32_t>(pcm_.size());
+    auto bytes = static_cast<std::int32_t>(pcm_.size() / 8);
+    library_.time([&] { CVSD_ENC_Process(&encoder_, pcm_.data(), &samples, &bits[old_size], &bytes); });
+    pcm_.erase(pcm_.begin(), pcm_.end() - samples);
+    made_ += static_cast<std::size_t>(bytes);
+}
+
+void Sender::finish(std::size_t bytes, Bits &bits) {
+    while (made_ < bytes) take(Samples(kPacket, 0), bits);
+    bits.resize(bits.size() - (made_ - bytes));
+}
+
+Receiver::Receiver(Filter filter, WhileLost while_lost)
+    : down_(kCodecRate, kSpeechRate, static_cast<int>(filter)), while_lost_(while_lost) {
     CVSD_DEC_Init(&decoder_);
 }
 
@@ -36,24 +43,13 @@ void Receiver::take(std::span<const std::uint8_t> bits, Samples &speech) {
     pcm_.resize(8 * bits.size());
     auto bytes = static_cast<std::int32_t>(bits.size());
     auto samples = static_cast<std::int32_t>(pcm_.size());
-    CVSD_DEC_Process(&decoder_, bits.data(), &bytes, pcm_.data(), &samples);
+    library_.time([&] { CVSD_DEC_Process(&decoder_, bits.data(), &bytes, pcm_.data(), &samples); });
     down_.run(pcm_, speech);
 }
 
 void Receiver::miss(int bytes, Samples &speech) {
-    take(std::vector<std::uint8_t>(static_cast<std::size_t>(bytes), kIdle), speech);
-}
-
-Samples decode_speech(std::span<const std::uint8_t> bits) {
-    Receiver receiver(Filter::lossless);
-    Samples speech;
-    const std::size_t size = bits.size();
-    while (!bits.empty()) {
-        const auto piece = bits.first(std::min<std::size_t>(bits.size(), 4096));
-        receiver.take(piece, speech);
-        bits = bits.subspan(piece.size());
-    }
-    receiver.miss(receiver.delay(), speech);
-    speech.erase(speech.begin(), speech.end() - static_cast<std::ptrdiff_t>(size));
-    return speech;
+    const auto count = static_cast<std::size_t>(bytes);
+    if (while_lost_ == WhileLost::idle) return take(Bits(count, kIdle), speech);
+    pcm_.assign(8 * count, 0);
+    down_.run(pcm_, speech);
 }

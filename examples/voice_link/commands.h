@@ -1,45 +1,58 @@
-// The three subcommands, their options, and how they report.
+// The subcommands and their options.
 #pragma once
 
-#include <chrono>
+#include "codec_path.h"
+
 #include <cstdint>
-#include <cstdio>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
-struct EncodeOptions {
-    std::string input, output;
+// Options that are legal one by one, but not together.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
-struct DecodeOptions {
-    std::string input, output, original;
+// Common to all.
+struct Files {
+    std::vector<std::string> names; // inputs, and the output at the end
+    int channel = 0;                // of a sound file, counted from 1; 0 mixes all
+    unsigned jobs = 1;
+    std::string report = "text"; // or "json", "csv"
 };
 
-struct LinkOptions {
-    std::string input, output;
+struct DecodeOptions : Files {
+    std::string original;
+};
+
+struct LossOptions {
     int rate = 8000;
-    double loss = 10; // percent
-    double burst = 2; // frames
     std::uint32_t seed = 1;
     bool exact = false;
-    std::string pattern;
+};
+
+struct LinkOptions : Files, LossOptions {
+    double loss = 10; // percent
+    double burst = 2; // frames
+    WhileLost while_lost = WhileLost::hold;
+    unsigned seeds = 1;
+    std::string pattern, write_pattern;
     std::string conceal = "on"; // or "off", "mute"
-    std::string plot;
+    std::string gaps, plot;
     std::optional<double> plot_from; // seconds
     double plot_length = 0.15;
 };
 
-void encode(const EncodeOptions &options);
-void decode(const DecodeOptions &options);
-void link(const LinkOptions &options);
+struct SweepOptions : Files, LossOptions {
+    std::vector<double> losses{0, 1, 2, 5, 10, 20, 30}, bursts{1, 2, 5};
+    std::vector<WhileLost> ways{WhileLost::hold};
+    unsigned seeds = 8;
+};
 
-// Where messages go: away from the output when that is standard output.
-inline std::FILE *messages(const std::string &output) { return output == "-" ? stderr : stdout; }
-
-// Seconds that some work takes.
-template <typename Work>
-double timed(Work work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
+// True if all went well. What went wrong with one of several files is said on standard error by then.
+bool encode(const Files &options);
+bool decode(const DecodeOptions &options);
+bool link(const LinkOptions &options);
+bool sweep(const SweepOptions &options);

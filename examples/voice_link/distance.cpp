@@ -2,86 +2,127 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
+#include <kiss_fftr.h>
+#include <memory>
 #include <numbers>
 
 namespace {
 
-using Complex = std::complex<double>;
-
-constexpr int kWindowMs = 32;   // a power of two in samples, at 8000 and at 16000 Hz
+constexpr std::size_t kWindowMs = 32;
 constexpr double kRange = 1e-4; // 40 dB
-
-// In place; the length is a power of two.
-void fft(std::span<Complex> x) {
-    const std::size_t half = x.size() / 2;
-    if (half == 0) return;
-    std::vector<Complex> even(half), odd(half);
-    for (std::size_t i = 0; i < half; ++i) {
-        even[i] = x[2 * i];
-        odd[i] = x[2 * i + 1];
-    }
-    fft(even);
-    fft(odd);
-    for (std::size_t i = 0; i < half; ++i) {
-        const double angle = -std::numbers::pi * static_cast<double>(i) / static_cast<double>(half);
-        const Complex turned = std::polar(1.0, angle) * odd[i];
-        x[i] = even[i] + turned;
-        x[half + i] = even[i] - turned;
-    }
-}
 
 std::size_t bark_band(double hertz) { return static_cast<std::size_t>(26.81 * hertz / (1960 + hertz)); }
 
-// Mean power of one frequency in each band, at least the floor, over the window with the given middle. Beyond
-// its ends the signal is silent.
-std::vector<double> band_powers(std::span<const std::int16_t> signal, std::size_t middle, int rate,
-                                double floor) {
-    std::vector<Complex> x(static_cast<std::size_t>(rate * kWindowMs / 1000));
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        const std::size_t at = middle + i - x.size() / 2; // before the start it wraps to a huge value
-        if (at >= signal.size()) continue;
-        const double phase =
-            2 * std::numbers::pi * (static_cast<double>(i) + 0.5) / static_cast<double>(x.size());
-        x[i] = signal[at] * (0.5 - 0.5 * std::cos(phase));
+// Levels in Bark bands of a window of a signal.
+class Spectrum {
+public:
+    // Levels below that of the power count as this.
+    Spectrum(int rate, double floor_power)
+        : floor_(floor_power),
+          fft_(kiss_fftr_alloc(static_cast<int>(size(rate)), 0, nullptr, nullptr), std::free),
+          hann_(size(rate)), windowed_(size(rate)), bins_(size(rate) / 2 + 1),
+          counts_(bark_band(rate / 2.0) + 1) {
+        for (std::size_t i = 0; i < hann_.size(); ++i) {
+            const double phase = (static_cast<double>(i) + 0.5) / static_cast<double>(hann_.size());
+            hann_[i] = static_cast<float>(0.5 - 0.5 * std::cos(2 * std::numbers::pi * phase));
+        }
+        for (std::size_t i = 0; i < bins_.size(); ++i) {
+            bands_.push_back(bark_band(static_cast<double>(i) * 1000 / kWindowMs));
+            if (i > 0) ++counts_[bands_[i]]; // without the constant part
+        }
     }
-    fft(x);
-    std::vector<double> powers(bark_band(rate / 2.0) + 1), counts(powers.size());
-    for (std::size_t i = 1; i <= x.size() / 2; ++i) {
-        const std::size_t band = bark_band(static_cast<double>(i) * 1000 / kWindowMs);
-        powers[band] += std::norm(x[i]);
-        ++counts[band];
+
+    static std::size_t size(int rate) { return static_cast<std::size_t>(rate) * kWindowMs / 1000; }
+
+    // Mean power of one frequency in each band, in dB.
+    void levels(std::span<const std::int16_t> window, std::vector<double> &result) {
+        for (std::size_t i = 0; i < hann_.size(); ++i) windowed_[i] = window[i] * hann_[i];
+        kiss_fftr(fft_.get(), windowed_.data(), bins_.data());
+        result.assign(counts_.size(), 0);
+        for (std::size_t i = 1; i < bins_.size(); ++i) {
+            result[bands_[i]] += bins_[i].r * bins_[i].r + bins_[i].i * bins_[i].i;
+        }
+        for (std::size_t b = 0; b < result.size(); ++b) {
+            result[b] = 10 * std::log10(std::max(result[b] / counts_[b], floor_));
+        }
     }
-    for (std::size_t b = 0; b < powers.size(); ++b) powers[b] = std::max(powers[b] / counts[b], floor);
-    return powers;
+
+private:
+    double floor_;
+    std::unique_ptr<kiss_fftr_state, void (*)(void *)> fft_;
+    std::vector<float> hann_, windowed_;
+    std::vector<kiss_fft_cpx> bins_;
+    std::vector<std::size_t> bands_;
+    std::vector<double> counts_; // frequencies in each band
+};
+
+double root_mean_square(std::span<const double> a, std::span<const double> b) {
+    double squares = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) squares += (a[i] - b[i]) * (a[i] - b[i]);
+    return std::sqrt(squares / static_cast<double>(a.size()));
+}
+
+// Calls visit with pieces of both signals, over the length of the shorter one.
+template <typename Visit>
+void side_by_side(const Store &a, const Store &b, Visit visit) {
+    Samples left, right;
+    const std::size_t size = std::min(a.size(), b.size());
+    for (std::size_t i = 0; i < size; i += left.size()) {
+        left.resize(std::min<std::size_t>(size - i, 16384));
+        right.resize(left.size());
+        a.read(static_cast<std::int64_t>(i), left);
+        b.read(static_cast<std::int64_t>(i), right);
+        for (std::size_t k = 0; k < left.size(); ++k) visit(double(left[k]), double(right[k]));
+    }
 }
 
 } // namespace
 
-double snr(std::span<const std::int16_t> original, std::span<const std::int16_t> copy) {
+double snr(const Store &original, const Store &copy) {
     double signal = 0;
     double noise = 0;
-    for (std::size_t i = 0; i < std::min(original.size(), copy.size()); ++i) {
-        signal += std::pow(original[i], 2);
-        noise += std::pow(original[i] - copy[i], 2);
-    }
+    side_by_side(original, copy, [&](double x, double y) {
+        signal += x * x;
+        noise += (x - y) * (x - y);
+    });
     return 10 * std::log10(signal / noise);
 }
 
-double spectral_distance(std::span<const std::int16_t> original, std::span<const std::int16_t> copy, int rate,
-                         std::span<const std::size_t> around) {
-    // Expected power of one frequency: the window, of mean square 3/8, adds up the power of its samples.
-    double power = 0;
-    for (const double x : original) power += x * x / static_cast<double>(original.size());
-    const double floor = std::max(kRange * power * 0.375 * rate * kWindowMs / 1000, 1.0);
-
+double mean_power(const Store &signal) {
     double sum = 0;
-    for (const std::size_t middle : around) {
-        const std::vector<double> a = band_powers(original, middle, rate, floor);
-        const std::vector<double> b = band_powers(copy, middle, rate, floor);
-        double squares = 0;
-        for (std::size_t i = 0; i < a.size(); ++i) squares += std::pow(10 * std::log10(a[i] / b[i]), 2);
-        sum += std::sqrt(squares / static_cast<double>(a.size()));
+    side_by_side(signal, signal, [&](double x, double) { sum += x * x; });
+    return sum / static_cast<double>(signal.size());
+}
+
+std::vector<double> spectral_distances(const Store &original, double power,
+                                       std::span<const Store *const> copies, int rate, const Places &places,
+                                       const std::function<void(double)> &progress) {
+    const std::size_t size = Spectrum::size(rate);
+    // Expected power of one frequency: the window, of mean square 3/8, adds up the power of its samples.
+    Spectrum spectrum(rate, std::max(kRange * power * 0.375 * static_cast<double>(size), 1.0));
+    Window original_window(original);
+    std::vector<Window> windows;
+    for (const Store *copy : copies) windows.emplace_back(*copy);
+
+    std::vector<double> a, b, sums(copies.size());
+    double count = 0;
+    const Losses &lost = places.lost;
+    constexpr std::size_t kStep = 1024; // frames from one word of progress to the next
+    for (std::size_t i = 0; i < lost.size(); ++i) {
+        if (i % kStep == 0) progress(static_cast<double>(kStep) / static_cast<double>(lost.size()));
+        const bool near = lost[i] || (i > 0 && lost[i - 1]) || (i + 1 < lost.size() && lost[i + 1]);
+        const std::size_t middle = i * places.frame + places.frame / 2;
+        if (!near || middle < places.late || middle - places.late >= original.size()) continue;
+        const auto first =
+            static_cast<std::int64_t>(middle - places.late) - static_cast<std::int64_t>(size / 2);
+        spectrum.levels(original_window.at(first, size), a);
+        for (std::size_t k = 0; k < copies.size(); ++k) {
+            spectrum.levels(windows[k].at(first, size), b);
+            sums[k] += root_mean_square(a, b);
+        }
+        ++count;
     }
-    return sum / static_cast<double>(around.size());
+    if (count == 0) return {};
+    for (double &sum : sums) sum /= count;
+    return sums;
 }

@@ -2,43 +2,167 @@
 #include "codec_path.h"
 #include "commands.h"
 #include "distance.h"
-#include "file.h"
+#include "outputs.h"
+#include "run_tasks.h"
 
+#include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace {
 
-void report(const std::string &output, std::size_t bytes, double elapsed) {
-    const double duration = static_cast<double>(bytes) / kSpeechRate;
-    std::fprintf(messages(output), "%s: %.3f s in %zu packets of %d bytes, %d bit/s, %.0f times real time\n",
-                 output_name(output).c_str(), duration, (bytes + kPacket - 1) / kPacket, kPacket, kCodecRate,
-                 duration / elapsed);
+constexpr std::size_t kBlock = 1024 * kPacket; // bytes, and samples of speech
+
+// Decodes a whole stream; what comes out lines up with what was encoded.
+class Decoding {
+public:
+    // Appends.
+    void take(std::span<const std::uint8_t> bits, Samples &speech) {
+        const std::size_t old_size = speech.size();
+        receiver_.take(bits, speech);
+        const auto made = static_cast<std::ptrdiff_t>(std::min(ahead_, speech.size() - old_size));
+        const auto begin = speech.begin() + static_cast<std::ptrdiff_t>(old_size);
+        speech.erase(begin, begin + made);
+        ahead_ -= static_cast<std::size_t>(made);
+    }
+    void finish(Samples &speech) { receiver_.miss(receiver_.delay(), speech); }
+    double library_seconds() const { return receiver_.library_seconds(); }
+
+private:
+    Receiver receiver_{Filter::lossless, WhileLost::idle};
+    std::size_t ahead_ = static_cast<std::size_t>(receiver_.delay());
+};
+
+struct Figures {
+    std::size_t bytes = 0;
+    double seconds = 0, library_seconds = 0;
+    std::optional<double> snr;
+};
+
+Report report(const char *command, const Task &task, const Figures &f) {
+    const double duration = static_cast<double>(f.bytes) / kSpeechRate;
+    const std::size_t packets = (f.bytes + kPacket - 1) / kPacket;
+    Report report;
+    report.record = record_of(command, task.input, task.output);
+    report.record["duration_s"] = duration;
+    report.record["packets"] = packets;
+    report.record["seconds"] = f.seconds;
+    report.record["library_seconds"] = f.library_seconds;
+    report.record["snr_db"] = f.snr && std::isfinite(*f.snr) ? Record(*f.snr) : Record();
+    report.text = printed("%s: %.3f s in %zu packets of %d bytes, %d bit/s\n",
+                          output_name(task.output).c_str(), duration, packets, kPacket, kCodecRate) +
+                  time_line(duration, f.seconds, f.library_seconds);
+    if (f.snr) {
+        report.text += "signal-to-noise ratio of the decoded speech against the input: " +
+                       (std::isfinite(*f.snr) ? printed("%.2f dB\n", *f.snr) : "none, the input is silent\n");
+    }
+    return report;
 }
 
-void report_snr(const std::string &output, const Samples &speech, const Samples &decoded) {
-    const double ratio = snr(speech, decoded);
-    std::fprintf(messages(output), "signal-to-noise ratio of the decoded speech against the input: ");
-    std::fprintf(messages(output), std::isfinite(ratio) ? "%.2f dB\n" : "none, the input is silent\n", ratio);
+// Encodes, and decodes again what was encoded to tell how near it is.
+Figures encode_speech(const Store &speech, OutputFile &output, Progress &progress) {
+    Figures figures;
+    figures.bytes = (speech.size() + kPacket - 1) / kPacket * kPacket;
+    Sender sender;
+    Decoding decoding;
+    Store decoded;
+    Samples block, heard;
+    Bits bits;
+    for (std::size_t at = 0; at < figures.bytes; at += block.size()) {
+        block.resize(std::min(kBlock, figures.bytes - at));
+        speech.read(static_cast<std::int64_t>(at), block);
+        bits.clear();
+        sender.take(block, bits);
+        if (at + block.size() == figures.bytes) sender.finish(figures.bytes, bits);
+        output.write(bits);
+        heard.clear();
+        decoding.take(bits, heard);
+        decoded.append(heard);
+        progress.advance(0.6 * static_cast<double>(block.size()) / static_cast<double>(figures.bytes));
+    }
+    heard.clear();
+    decoding.finish(heard);
+    decoded.append(heard);
+    decoded.finish(figures.bytes);
+    figures.snr = snr(speech, decoded);
+    figures.library_seconds = sender.library_seconds() + decoding.library_seconds();
+    return figures;
+}
+
+Report encode_one(const Files &options, const Task &task, Progress &progress) {
+    Figures figures;
+    Stopwatch total;
+    total.time([&] {
+        const Store speech = read_speech({task.input, options.channel}, kSpeechRate, progress, 0.4);
+        OutputFile output(task.output);
+        figures = encode_speech(speech, output, progress);
+        output.commit();
+    });
+    figures.seconds = total.seconds();
+    return report("encode", task, figures);
+}
+
+// Decodes to a WAV file and, to compare it, to a store.
+Figures decode_bits(const Task &task, WavFile &output, Store *copy, Progress &progress) {
+    const std::string name = input_name(task.input);
+    const File input = open_input(task.input);
+    const double size = file_size(input);
+    Figures figures;
+    Decoding decoding;
+    Bits bits(kBlock);
+    Samples speech;
+    const auto put = [&] {
+        output.write(speech);
+        if (copy != nullptr) copy->append(speech);
+        speech.clear();
+    };
+    while (const std::size_t n = read_block(input.get(), task.input, bits)) {
+        const auto piece = std::span(bits).first(n);
+        if (figures.bytes == 0 && is_sound(piece))
+            throw FileError(name, "not a bit stream, but a sound file");
+        figures.bytes += n;
+        decoding.take(piece, speech);
+        put();
+        progress.advance(size > 0 ? static_cast<double>(n) / size : 0);
+    }
+    if (figures.bytes == 0) throw FileError(name, "is empty");
+    decoding.finish(speech);
+    put();
+    figures.library_seconds = decoding.library_seconds();
+    return figures;
+}
+
+Report decode_one(const DecodeOptions &options, const Task &task, Progress &progress) {
+    Figures figures;
+    Stopwatch total;
+    total.time([&] {
+        std::optional<Store> original, copy;
+        if (!options.original.empty()) {
+            original = read_speech({options.original, options.channel}, kSpeechRate, progress, 0);
+            copy.emplace();
+        }
+        WavFile output(task.output, kSpeechRate);
+        figures = decode_bits(task, output, copy ? &*copy : nullptr, progress);
+        if (copy) {
+            copy->finish(copy->size());
+            figures.snr = snr(*original, *copy);
+        }
+        output.commit();
+    });
+    figures.seconds = total.seconds();
+    return report("decode", task, figures);
 }
 
 } // namespace
 
-void encode(const EncodeOptions &options) {
-    const Samples speech = read_speech(options.input, kSpeechRate);
-    std::vector<std::uint8_t> bits;
-    const double elapsed = timed([&] { bits = encode_speech(speech); });
-    write_file(options.output, bits);
-    report(options.output, bits.size(), elapsed);
-    report_snr(options.output, speech, decode_speech(bits));
+bool encode(const Files &options) {
+    const std::vector<Task> all = tasks(options, ".cvsd");
+    check_stream_name(all.front().output);
+    return run_tasks(options, all, encode_one);
 }
 
-void decode(const DecodeOptions &options) {
-    const std::vector<std::uint8_t> bits = read_file(options.input);
-    Samples original;
-    if (!options.original.empty()) original = read_speech(options.original, kSpeechRate);
-    Samples speech;
-    const double elapsed = timed([&] { speech = decode_speech(bits); });
-    write_speech(options.output, speech, kSpeechRate);
-    report(options.output, bits.size(), elapsed);
-    if (!original.empty()) report_snr(options.output, original, speech);
+bool decode(const DecodeOptions &options) {
+    const std::vector<Task> all = tasks(options, ".wav");
+    if (all.size() > 1 && !options.original.empty()) throw UsageError("--original is for one input");
+    return run_tasks(options, all, decode_one);
 }

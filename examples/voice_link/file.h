@@ -1,7 +1,9 @@
-// Files and standard streams, each taken and written whole. "-" is standard input or output.
+// Files and standard streams. "-" is standard input or output.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -13,12 +15,26 @@ public:
     FileError(const std::string &path, const std::string &cause) : std::runtime_error(path + ": " + cause) {}
 };
 
+// The same with the cause that errno holds, or Stopped if a signal is the cause.
+[[noreturn]] void fail(const std::string &path, const std::string &what);
+
 std::string input_name(const std::string &path);
 std::string output_name(const std::string &path);
+std::string suffix_of(const std::string &path); // in small letters, with its dot; none for a bare name
 
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
+
+// A file without a name, in $TMPDIR or else the system's place for temporary files.
+File temporary_file();
+
+File open_input(const std::string &path);
+// The same, but one that can seek: a pipe is copied to a temporary file first. Empty files are an error.
+File open_seekable(const std::string &path);
+double file_size(const File &file); // bytes; 0 for a pipe
+// Fills the block as far as the file goes. 0 at its end.
+std::size_t read_block(std::FILE *file, const std::string &path, std::span<std::uint8_t> block);
 // Never empty: an empty file is an error.
 std::vector<std::uint8_t> read_file(const std::string &path);
-void write_file(const std::string &path, std::span<const std::uint8_t> bytes);
 
 // An output file that stands under a temporary name beside its own until commit(), and is removed if that
 // never comes. What is no regular file (a device, a pipe) has no temporary name and is written as it is.
@@ -29,7 +45,11 @@ public:
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
-    const std::string &written_as() const { return written_as_; }
+    void write(std::span<const std::uint8_t> bytes);
+    void write(const std::string &text);
+    int descriptor() const { return fileno(file_.get()); }
+    bool can_seek() const { return pending_; }
+    void finish(); // complete on the disk, but not under its name yet
     void commit();
 
 private:
@@ -37,4 +57,9 @@ private:
     std::string target_; // path_ with links resolved
     std::string written_as_;
     bool pending_ = false;
+    File file_;
 };
+
+inline std::span<const std::uint8_t> bytes_of(std::span<const std::int16_t> samples) {
+    return {reinterpret_cast<const std::uint8_t *>(samples.data()), samples.size_bytes()};
+}

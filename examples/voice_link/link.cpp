@@ -1,194 +1,128 @@
-#include "audio.h"
-#include "channel.h"
-#include "codec_path.h"
+#include "chain.h"
 #include "commands.h"
-#include "distance.h"
-#include "file.h"
+#include "gnuplot.h"
+#include "jobs.h"
+#include "outputs.h"
 #include "pattern.h"
 #include "plot.h"
+#include "run.h"
 
 #include <algorithm>
-#include <map>
+#include <atomic>
 
 namespace {
 
-constexpr std::size_t kFlush = 4; // frames of silence behind the speech, more than any delay
+std::size_t treatment_of(const LinkOptions &o) {
+    return o.conceal == "on" ? kConcealed : o.conceal == "off" ? kRepeated : kSilent;
+}
 
-struct Format {
-    int rate;
-    std::size_t frame; // samples
-    int delay;         // of the concealment, samples
-};
-
-Format format_of(int rate) { return rate == kSpeechRate ? Format{rate, kPacket, 30} : Format{rate, 120, 60}; }
-
-struct Burst {
-    std::size_t first, length; // frames
-};
-
-std::vector<Burst> bursts(const Losses &lost) {
-    std::vector<Burst> found;
+// The stretches of lost frames in the signals lined up.
+std::vector<Stretch> holes(const Sent &sent, const Losses &lost, int late) {
+    std::vector<Stretch> found;
+    const auto ahead = static_cast<std::size_t>(late);
     for (std::size_t i = 0; i < lost.size(); ++i) {
         if (!lost[i]) continue;
-        if (i == 0 || !lost[i - 1]) found.push_back({i, 0});
-        ++found.back().length;
+        const std::size_t first = i * sent.format.frame;
+        if (i == 0 || !lost[i - 1]) found.push_back({std::max(first, ahead) - ahead, 0});
+        found.back().last = std::min(first + sent.format.frame - ahead, sent.speech.size());
     }
     return found;
 }
 
-// A signal that lags behind the speech that was sent.
-struct Late {
-    Samples signal;
-    int delay = 0; // samples
-};
-
-Samples lined_up(Late late, std::size_t length) {
-    late.signal.erase(late.signal.begin(), late.signal.begin() + late.delay);
-    late.signal.resize(length);
-    return late.signal;
-}
-
-// What comes out of the decoder, frames back to back; at 16000 Hz there is none.
-Late receive(std::span<const std::int16_t> sent, const Format &format, const Losses &lost) {
-    if (format.rate != kSpeechRate) return {{sent.begin(), sent.end()}, 0};
-    const std::vector<std::uint8_t> bits = encode_speech(sent);
-    Receiver receiver(Filter::lossy);
-    Samples speech;
-    for (std::size_t i = 0; i < lost.size(); ++i) {
-        if (lost[i]) {
-            receiver.miss(kPacket, speech);
-        } else {
-            receiver.take(std::span(bits).subspan(i * kPacket, kPacket), speech);
-        }
-    }
-    return {speech, receiver.delay()};
-}
-
-Late play(Late received, const Format &format, const Losses &lost, const std::string &conceal) {
-    PlcBlock block;
-    g711plc_construct_v2(&block, format.rate);
-    for (std::size_t i = 0; i < lost.size(); ++i) {
-        std::int16_t *frame = &received.signal[i * format.frame];
-        if (conceal == "on") {
-            (lost[i] ? g711plc_dofe_v2 : g711plc_addtohistory_v2)(&block, frame);
-        } else if (lost[i] && conceal == "off" && i > 0) {
-            std::copy_n(frame - format.frame, format.frame, frame);
-        } else if (lost[i]) {
-            std::fill_n(frame, format.frame, std::int16_t{0});
-        }
-    }
-    if (conceal == "on") received.delay += format.delay;
-    return received;
-}
-
-const char *name_of(const std::string &conceal) {
-    return conceal == "on" ? "concealed" : conceal == "off" ? "last frame repeated" : "silence";
-}
-
-void report_losses(std::FILE *to, std::span<const Burst> found, std::size_t frames) {
-    std::map<std::size_t, std::size_t> by_length;
-    std::size_t lost = 0;
-    for (const Burst &burst : found) {
-        lost += burst.length;
-        ++by_length[burst.length];
-    }
-    std::fprintf(to, "lost: %zu frames (%.1f %%) in %zu bursts", lost,
-                 100 * static_cast<double>(lost) / static_cast<double>(frames), found.size());
-    const char *before = ": ";
-    for (const auto &[length, count] : by_length) {
-        std::fprintf(to, "%s%zu of %zu", before, count, length);
-        before = ", ";
-    }
-    std::fprintf(to, "\n");
-}
-
-// The middles of the lost frames and of those beside them.
-std::vector<std::size_t> around(const std::vector<Stretch> &lost, std::size_t frame, std::size_t end) {
-    std::vector<std::size_t> middles;
-    for (const Stretch &s : lost) {
-        for (std::size_t i = s.first < frame ? s.first : s.first - frame; i < s.last + frame; i += frame) {
-            const std::size_t middle = i + frame / 2;
-            if (middle < end && (middles.empty() || middle > middles.back())) middles.push_back(middle);
-        }
-    }
-    return middles;
-}
-
-// What to look at: from where the options say, or around the burst that hides most of the speech's power.
-Stretch view(const LinkOptions &options, std::span<const std::int16_t> speech,
-             const std::vector<Stretch> &lost) {
-    const auto length = std::min(static_cast<std::size_t>(options.plot_length * options.rate), speech.size());
+// What to look at: from where the options say, or around the loss that hides most of the speech's power.
+Stretch view(const LinkOptions &o, const Sent &sent, const std::vector<Stretch> &lost) {
+    const std::size_t size = sent.speech.size();
+    const auto length = std::min(static_cast<std::size_t>(o.plot_length * o.rate), size);
+    Window window(sent.speech);
     double most = 0;
     std::size_t middle = 0;
     for (const Stretch &s : lost) {
         double power = 0;
-        for (std::size_t i = s.first; i < std::min(s.last, speech.size()); ++i)
-            power += speech[i] * speech[i];
+        for (std::size_t i = s.first; i < s.last; ++i) {
+            const double x = window.at(static_cast<std::int64_t>(i), 1)[0];
+            power += x * x;
+        }
         if (power > most) middle = (s.first + s.last) / 2;
         most = std::max(most, power);
     }
     std::size_t first = middle - std::min(middle, length / 2);
-    if (options.plot_from) first = static_cast<std::size_t>(std::min(*options.plot_from, 1e6) * options.rate);
-    first = std::min(first, speech.size() - length);
+    if (o.plot_from) first = static_cast<std::size_t>(std::min(*o.plot_from, 1e6) * o.rate);
+    first = std::min(first, size - length);
     return {first, first + length};
 }
 
-Losses losses(const LinkOptions &o, std::size_t frames) {
-    if (!o.pattern.empty()) return fitted(read_pattern(o.pattern), frames);
-    return (o.exact ? exact_losses : random_losses)(frames, o.loss, o.burst, o.seed);
+std::string picture(const LinkOptions &o, const Sent &sent, const Losses &lost, const Heard &heard) {
+    const std::vector<Stretch> shaded = holes(sent, lost, heard.late);
+    const std::size_t chosen = treatment_of(o);
+    const Panel panels[] = {{"sent", sent.speech},
+                            {"received", heard.signals[kSilent], true},
+                            {std::string("heard: ") + kTreatments[chosen].name, heard.signals[chosen]}};
+    return drawn(o.plot, 900, 560, waveforms(panels, o.rate, view(o, sent, shaded), shaded));
+}
+
+// All outputs of a run: the last one is complete before the first one gets its name.
+void write_outputs(const LinkOptions &o, const Run &run, const Sent &sent, const Losses &lost,
+                   const Heard &heard) {
+    WavFile wav(run.output, o.rate);
+    std::optional<WavFile> gaps;
+    std::optional<OutputFile> plot, pattern;
+    wav.write(heard.signals[treatment_of(o)]);
+    if (!o.gaps.empty()) gaps.emplace(o.gaps, o.rate).write(heard.signals[kSilent]);
+    if (!o.plot.empty()) plot.emplace(o.plot).write(picture(o, sent, lost, heard));
+    if (!o.write_pattern.empty()) pattern.emplace(o.write_pattern).write(pattern_text(lost, asked(run)));
+    if (gaps) gaps->finish();
+    if (plot) plot->finish();
+    if (pattern) pattern->finish();
+    wav.commit();
+    if (gaps) gaps->commit();
+    if (plot) plot->commit();
+    if (pattern) pattern->commit();
+}
+
+Report link_one(const LinkOptions &o, const Task &task, const Sent &sent, Progress &progress, double share) {
+    Run run{task.input, task.output, o.loss, o.burst, o.exact, o.seed + task.run, o.while_lost, o.pattern};
+    const Losses lost = losses_of(run, sent.frames);
+    Stopwatch total;
+    Heard heard;
+    total.time([&] {
+        heard = receive(sent, lost, o.while_lost, progress, share);
+        write_outputs(o, run, sent, lost, heard);
+    });
+    heard.seconds = total.seconds();
+    return report_on("link", run, sent, lost, heard);
+}
+
+void check(const LinkOptions &o, const std::vector<Task> &all) {
+    check_wav_name(all.front().output);
+    const bool extras = !o.gaps.empty() || !o.plot.empty() || !o.write_pattern.empty();
+    if (all.size() > 1 && extras) {
+        throw UsageError("--gaps, --plot and --write-pattern are for one input and one seed");
+    }
+    if (!o.pattern.empty()) read_pattern(o.pattern); // is it one? before any long work
+    if (!o.gaps.empty()) check_wav_name(o.gaps);
 }
 
 } // namespace
 
-void link(const LinkOptions &options) {
-    const Format format = format_of(options.rate);
-    Samples speech = read_speech(options.input, format.rate);
-    const std::size_t length = speech.size();
-    const std::size_t frames = (length + format.frame - 1) / format.frame;
-    Losses lost = losses(options, frames);
-    const std::vector<Burst> found = bursts(lost);
-    lost.resize(frames + kFlush);
-    speech.resize(lost.size() * format.frame);
-
-    Late received, played;
-    const double elapsed = timed([&] {
-        received = receive(speech, format, lost);
-        played = play(received, format, lost, options.conceal);
-    });
-    const Samples loss_free = lined_up(receive(speech, format, Losses(lost.size())), length);
-    const Samples heard = lined_up(played, length);
-    speech.resize(length);
-
-    std::vector<Stretch> holes; // the lost frames' places in the signals lined up
-    for (const Burst &burst : found) {
-        const auto late = static_cast<std::size_t>(received.delay);
-        const std::size_t first = burst.first * format.frame;
-        holes.push_back({std::max(first, late) - late, first + burst.length * format.frame - late});
+bool link(const LinkOptions &o) {
+    const std::vector<Task> all = tasks(o, ".wav", o.seeds, o.seed);
+    check(o, all);
+    const std::size_t inputs = all.size() / o.seeds;
+    const std::size_t threads = std::max<std::size_t>(o.jobs / std::min<std::size_t>(o.jobs, inputs), 1);
+    std::vector<Report> reports(all.size());
+    std::atomic<bool> well = true;
+    {
+        Progress progress(inputs);
+        const bool sent_all = each(inputs, o.jobs, [&](std::size_t input) {
+            const std::size_t first = input * o.seeds;
+            const Sent sent = send({all[first].input, o.channel}, o.rate, progress, 0.5);
+            const bool heard_all = each(o.seeds, threads, [&](std::size_t i) {
+                reports[first + i] = link_one(o, all[first + i], sent, progress, 0.5 / o.seeds);
+            });
+            if (!heard_all) well = false;
+        });
+        if (!sent_all) well = false;
     }
-    if (!options.plot.empty()) {
-        const Samples gaps = lined_up(received, length);
-        const Panel panels[] = {{"input", speech},
-                                {"received", gaps, true},
-                                {std::string("heard: ") + name_of(options.conceal), heard}};
-        draw(options.plot, panels, format.rate, view(options, speech, holes), holes);
-    }
-    write_speech(options.output, heard, format.rate);
-
-    std::FILE *to = messages(options.output);
-    const double duration = static_cast<double>(length) / format.rate;
-    std::fprintf(to, "%s: %.3f s at %d Hz, %zu frames of %zu samples, %.0f times real time\n",
-                 output_name(options.output).c_str(), duration, format.rate, frames, format.frame,
-                 duration / elapsed);
-    std::fprintf(to, "delay of the receiver: %d samples (%.2f ms), taken off\n", played.delay,
-                 1000.0 * played.delay / format.rate);
-    report_losses(to, found, frames);
-    const std::vector<std::size_t> middles = around(holes, format.frame, length);
-    if (middles.empty()) return;
-    std::fprintf(
-        to, "distance from the loss-free output (log-spectral, Bark bands, 32 ms around lost frames):\n");
-    for (const char *conceal : {"on", "mute", "off"}) {
-        const Samples other = lined_up(play(received, format, lost, conceal), length);
-        std::fprintf(to, "  %-20s %5.2f dB\n", name_of(conceal),
-                     spectral_distance(loss_free, other, format.rate, middles));
-    }
+    print(reports, o.report, o.names.back());
+    return well;
 }

@@ -1,57 +1,107 @@
 // voice_link: speech files over a synchronous voice link.
 #include "channel.h"
 #include "commands.h"
-#include "plot.h"
+#include "gnuplot.h"
+#include "progress.h"
+#include "report.h"
+#include "stop.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <csignal>
 
 namespace {
 
-constexpr const char *kSoundIn = "Sound file, any rate and number of channels; - for standard input";
+constexpr const char *kSoundIn = "Sound files, any rate; - for standard input. Then ";
+constexpr const char *kFolder = "; - for standard output; a folder for several";
 
-void add_encode(CLI::App &app, EncodeOptions &o) {
-    CLI::App *sub = app.add_subcommand("encode", "Encode speech to a CVSD bit stream of 64000 bit/s");
-    sub->add_option("IN.wav", o.input, kSoundIn)->required();
-    sub->add_option("OUT.cvsd", o.output, "Packets of 30 bytes; - for standard output")->required();
-    sub->footer("Example: voice_link encode speech.wav speech.cvsd");
-    sub->callback([&o] { encode(o); });
+const std::map<std::string, WhileLost> kWays{{"hold", WhileLost::hold}, {"idle", WhileLost::idle}};
+
+void add_files(CLI::App *sub, Files &o, const std::string &description) {
+    sub->option_defaults()->always_capture_default();
+    sub->add_option("FILES", o.names, description)
+        ->required()
+        ->expected(2, CLI::detail::expected_max_vector_size)
+        ->type_name("IN... OUT");
+    sub->add_option("--jobs", o.jobs, "Threads, for several inputs or seeds")->check(CLI::Range(1, 256));
+    sub->add_option("--report", o.report, "Figures as text, json or csv: one record for each input and seed")
+        ->check(CLI::IsMember({"text", "json", "csv"}));
 }
 
-void add_decode(CLI::App &app, DecodeOptions &o) {
+void add_channel(CLI::App *sub, Files &o) {
+    sub->add_option("--channel", o.channel, "Channel of a sound file, counted from 1; 0 mixes all")
+        ->check(CLI::Range(0, 1024));
+}
+
+CLI::Option *add_rate(CLI::App *sub, LossOptions &o) {
+    return sub
+        ->add_option("--rate", o.rate,
+                     "8000: codec, frames of 30 samples; 16000: no codec, frames of 120 samples")
+        ->check(CLI::IsMember({8000, 16000}));
+}
+
+CLI::App *add_encode(CLI::App &app, Files &o) {
+    CLI::App *sub = app.add_subcommand("encode", "Encode speech to a CVSD bit stream of 64000 bit/s");
+    add_files(sub, o, std::string(kSoundIn) + "the bit stream, packets of 30 bytes" + kFolder);
+    add_channel(sub, o);
+    sub->footer("Example: voice_link encode speech.wav speech.cvsd");
+    return sub;
+}
+
+CLI::App *add_decode(CLI::App &app, DecodeOptions &o) {
     CLI::App *sub = app.add_subcommand("decode", "Decode a CVSD bit stream to speech at 8000 Hz");
-    sub->add_option("IN.cvsd", o.input, "Bit stream of any length; - for standard input")->required();
-    sub->add_option("OUT.wav", o.output, "16-bit mono WAV; - for standard output")->required();
+    add_files(sub, o,
+              std::string("Bit streams of any length; - for standard input. Then 16-bit mono WAV") + kFolder);
+    add_channel(sub, o);
     sub->add_option("--original", o.original, "What was encoded, for the signal-to-noise ratio");
     sub->footer("Example: voice_link decode speech.cvsd decoded.wav --original speech.wav");
-    sub->callback([&o] { decode(o); });
+    return sub;
 }
 
-void add_link(CLI::App &app, LinkOptions &o) {
+void add_losses(CLI::App *sub, LinkOptions &o) {
+    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(CLI::Range(0.0, 100.0));
+    auto *burst = sub->add_option("--burst", o.burst,
+                                  "Mean length of a loss, frames; else 2, or what so many losses need")
+                      ->check(CLI::Range(1.0, 1e6));
+    auto *seed = sub->add_option("--seed", o.seed, "Start of the random numbers");
+    auto *seeds =
+        sub->add_option("--seeds", o.seeds, "So many runs with seeds in ascending order; OUT is a folder")
+            ->check(CLI::Range(1, 100000));
+    auto *exact = sub->add_flag(
+        "--exact", o.exact, "Lose just this share of the frames in each file, not only in the mean of many");
+    auto *pattern =
+        sub->add_option("--pattern", o.pattern,
+                        "File of 0 (arrives) and 1 (lost) in place of random losses; white space "
+                        "and commas between them, comments from # to the line's end. A short one is "
+                        "begun again, of a long one the rest is left");
+    for (auto *option : {loss, burst, seed, seeds, exact}) pattern->excludes(option);
+    sub->add_option("--write-pattern", o.write_pattern, "Writes what was lost, in that form");
+    sub->add_option("--while-lost", o.while_lost,
+                    "The decoder while packets are missing: left alone (hold) or fed the idle pattern (idle)")
+        ->transform(CLI::CheckedTransformer(kWays))
+        ->default_str("hold")
+        ->type_name("hold|idle")
+        ->option_text("hold|idle [hold]");
+    sub->parse_complete_callback([&o, burst] {
+        const double smallest = smallest_burst(o.loss);
+        if (burst->count() == 0) o.burst = std::max(o.burst, smallest);
+        if (o.pattern.empty() && o.loss < 100 && o.burst < smallest) {
+            throw CLI::ValidationError("--burst", printed("must be %g or more to lose %g %%: bursts are good "
+                                                          "frames apart",
+                                                          smallest, o.loss));
+        }
+    });
+}
+
+CLI::App *add_link(CLI::App &app, LinkOptions &o) {
     CLI::App *sub =
         app.add_subcommand("link", "Send speech over a link that loses frames, conceal the losses");
-    sub->option_defaults()->always_capture_default();
-    sub->add_option("IN.wav", o.input, kSoundIn)->required();
-    sub->add_option("OUT.wav", o.output, "16-bit mono WAV, lined up with the input; - for standard output")
-        ->required();
-    sub->add_option("--rate", o.rate,
-                    "8000: codec, frames of 30 samples; 16000: no codec, frames of 120 samples")
-        ->check(CLI::IsMember({8000, 16000}));
-    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(CLI::Range(0.0, 100.0));
-    auto *burst =
-        sub->add_option("--burst", o.burst, "Mean length of a loss, frames")->check(CLI::Range(1.0, 1e6));
-    auto *seed = sub->add_option("--seed", o.seed, "Start of the random numbers");
-    auto *exact =
-        sub->add_flag("--exact", o.exact, "Lose just this share of the frames, and not only in the mean");
-    sub->add_option("--pattern", o.pattern, "File of 0 (arrives) and 1 (lost) in place of random losses")
-        ->excludes(loss)
-        ->excludes(burst)
-        ->excludes(seed)
-        ->excludes(exact);
+    add_files(sub, o, std::string(kSoundIn) + "16-bit mono WAV, lined up with the input" + kFolder);
+    add_channel(sub, o);
+    add_rate(sub, o);
+    add_losses(sub, o);
     sub->add_option("--conceal", o.conceal,
                     "Lost frames: concealed (on), the last one again (off), silence (mute)")
         ->check(CLI::IsMember({"on", "off", "mute"}));
+    sub->add_option("--gaps", o.gaps, "What was received, as WAV: silence where frames were lost");
     auto *plot =
         sub->add_option("--plot", o.plot, "Picture of the waveforms, .svg or .png; needs gnuplot")
             ->check([](const std::string &path) { return can_draw(path) ? "" : "must end in .svg or .png"; });
@@ -63,46 +113,76 @@ void add_link(CLI::App &app, LinkOptions &o) {
         ->check(CLI::Range(0.005, 60.0))
         ->needs(plot);
     sub->footer("Example: voice_link link speech.wav heard.wav --rate 16000 --burst 3 --plot heard.svg");
-    sub->callback([&o, burst] {
-        if (burst->count() == 0) o.burst = std::max(o.burst, smallest_burst(o.loss));
-        if (o.pattern.empty() && o.loss < 100 && o.burst < smallest_burst(o.loss)) {
-            throw CLI::ValidationError("--burst",
-                                       "must be " + std::to_string(smallest_burst(o.loss)) +
-                                           " or more for such a loss: bursts are good frames apart");
-        }
-        link(o);
-    });
+    return sub;
+}
+
+CLI::App *add_sweep(CLI::App &app, SweepOptions &o) {
+    CLI::App *sub = app.add_subcommand(
+        "sweep", "Draw distance against loss over files and seeds, with the figures beside it as .csv");
+    add_files(sub, o, std::string(kSoundIn) + "the picture, .svg or .png; needs gnuplot");
+    add_channel(sub, o);
+    add_rate(sub, o);
+    sub->add_option("--loss", o.losses, "Frames lost, percent; with nothing lost nothing is measured")
+        ->delimiter(',')
+        ->check(CLI::Range(0.0, 100.0));
+    sub->add_option("--burst", o.bursts, "Mean lengths of a loss, frames")
+        ->delimiter(',')
+        ->check(CLI::Range(1.0, 1e6));
+    sub->add_option("--seed", o.seed, "The first seed");
+    sub->add_option("--seeds", o.seeds, "Runs for each point, with seeds in ascending order")
+        ->check(CLI::Range(1, 100000));
+    sub->add_flag("--exact", o.exact, "Lose just this share of the frames in each run, not only in the mean");
+    sub->add_option("--while-lost", o.ways, "The decoder while packets are missing, one or both ways")
+        ->delimiter(',')
+        ->transform(CLI::CheckedTransformer(kWays))
+        ->default_str("hold")
+        ->option_text("hold|idle,... [hold]");
+    sub->footer(
+        "Example: voice_link sweep speech.wav curve.svg --loss 1,2,5,10,20,30 --burst 1,2,5 --seeds 8");
+    return sub;
 }
 
 int run(int argc, char **argv) {
     CLI::App app("Speech files over a synchronous voice link: CVSD codec and packet loss concealment",
                  "voice_link");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "voice_link " + version());
     app.failure_message([](const CLI::App *used, const CLI::Error &e) {
         return used->help() + "\nvoice_link: " + e.what() + "\n";
     });
-    EncodeOptions encode_options;
+    Files encode_options;
     DecodeOptions decode_options;
     LinkOptions link_options;
-    add_encode(app, encode_options);
-    add_decode(app, decode_options);
-    add_link(app, link_options);
+    SweepOptions sweep_options;
+    const CLI::App *encode_command = add_encode(app, encode_options);
+    const CLI::App *decode_command = add_decode(app, decode_options);
+    const CLI::App *link_command = add_link(app, link_options);
+    add_sweep(app, sweep_options);
     try {
-        app.parse(argc, argv); // calls the subcommand
-        return 0;
+        app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? 0 : 2;
     }
+    const bool well = encode_command->parsed()   ? encode(encode_options)
+                      : decode_command->parsed() ? decode(decode_options)
+                      : link_command->parsed()   ? link(link_options)
+                                                 : sweep(sweep_options);
+    return well ? 0 : 1;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that has gone is a write error, which is reported as such
+    catch_signals();
     try {
         return run(argc, argv);
+    } catch (const Stopped &) {
+        end_by_signal();
+    } catch (const UsageError &e) {
+        say(e.what());
+        return 2;
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "voice_link: %s\n", e.what());
+        say(e.what());
         return 1;
     }
 }

@@ -1,9 +1,11 @@
-// Waveforms one above the other, drawn by gnuplot.
+// Waveforms one above the other.
 #pragma once
 
-#include <cstdint>
+#include "store.h"
+
 #include <span>
 #include <string>
+#include <vector>
 
 struct Stretch {
     std::size_t first, last; // samples, the last one not included
@@ -11,11 +13,9 @@ struct Stretch {
 
 struct Panel {
     std::string title;
-    std::span<const std::int16_t> signal;
+    const Store &signal;
     bool holes = false; // leaves out what is shaded
 };
 
-bool can_draw(const std::string &path); // by the name's ending: .svg or .png
-
-void draw(const std::string &path, std::span<const Panel> panels, int rate, Stretch view,
-          std::span<const Stretch> shaded);
+// The script for gnuplot of a stretch of all panels, with the stretches shaded where frames were lost.
+std::string waveforms(std::span<const Panel> panels, int rate, Stretch view, std::span<const Stretch> shaded);

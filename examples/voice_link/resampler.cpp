@@ -32,17 +32,3 @@ void Resampler::run(std::span<const std::int16_t> input, Samples &output) {
         input = input.subspan(taken);
     }
 }
-
-Samples convert(std::span<const std::int16_t> input, int from, int to, int quality) {
-    if (from == to) return {input.begin(), input.end()};
-    Resampler resampler(from, to, quality);
-    resampler.line_up();
-    const auto wanted =
-        static_cast<std::size_t>((static_cast<std::int64_t>(input.size()) * to + from - 1) / from);
-    Samples output;
-    resampler.run(input, output);
-    const Samples silence(256, 0);
-    while (output.size() < wanted) resampler.run(silence, output);
-    output.resize(wanted);
-    return output;
-}

@@ -1,14 +1,13 @@
-// Sample rate conversion of a stream, and of a whole signal at once.
+// Sample rate conversion of a stream, in pieces of any length.
 #pragma once
 
-#include <cstdint>
+#include "store.h"
+
 #include <memory>
 #include <span>
 #include <vector>
 
 struct SpeexResamplerState_;
-
-using Samples = std::vector<std::int16_t>;
 
 class Resampler {
 public:
@@ -28,6 +27,3 @@ private:
     std::unique_ptr<SpeexResamplerState_, void (*)(SpeexResamplerState_ *)> state_;
     int from_, to_;
 };
-
-// The whole signal, lined up, its length in proportion.
-Samples convert(std::span<const std::int16_t> input, int from, int to, int quality);

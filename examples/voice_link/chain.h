@@ -1,0 +1,52 @@
+// The chain from a sound file to the ear: what is sent, and what is heard of it under losses.
+#pragma once
+
+#include "audio.h"
+#include "channel.h"
+#include "codec_path.h"
+
+#include <array>
+#include <optional>
+
+struct Format {
+    int rate;
+    std::size_t frame; // samples
+    int delay;         // of the concealment, samples
+    bool codec;
+};
+
+Format format_of(int rate);
+
+// What is done about lost frames. A name for people, one for programs.
+struct Treatment {
+    const char *name, *key;
+};
+constexpr std::array<Treatment, 3> kTreatments{
+    {{"concealed", "concealed"}, {"last frame repeated", "repeated"}, {"silence", "silent"}}};
+enum : std::size_t { kConcealed, kRepeated, kSilent };
+
+// A file on its way, as far as it does not depend on the losses. All signals line up with the speech.
+struct Sent {
+    Format format{};
+    Store speech;
+    std::optional<BitStore> bits; // where there is a codec
+    std::optional<Store> decoded; // likewise: what is heard without losses
+    std::size_t frames = 0;
+    double power = 0; // of what is heard without losses
+    double seconds = 0, library_seconds = 0;
+    const Store &loss_free() const { return decoded ? *decoded : speech; }
+    double duration() const { return static_cast<double>(speech.size()) / format.rate; }
+};
+
+Sent send(const Source &source, int rate, Progress &progress, double share);
+
+struct Heard {
+    std::array<Store, kTreatments.size()> signals; // lined up with the speech
+    std::vector<double> distances;                 // of each from the loss-free signal; none without losses
+    int delay = 0; // of the receiver with concealment, samples; it is taken off
+    int late = 0;  // of these before the concealment
+    double seconds = 0, library_seconds = 0;
+};
+
+// One run: a frame for each item of lost. Measures the distances too.
+Heard receive(const Sent &sent, const Losses &lost, WhileLost while_lost, Progress &progress, double share);

@@ -1,0 +1,26 @@
+// One run over the channel: which losses were asked for, and how it is reported.
+#pragma once
+
+#include "chain.h"
+#include "report.h"
+
+struct Run {
+    std::string input, output;
+    double loss = 0, burst = 0; // asked for: percent, mean length in frames
+    bool exact = false;
+    std::uint32_t seed = 0;
+    WhileLost while_lost = WhileLost::hold;
+    std::string pattern; // a file, in place of the five above
+    std::size_t pattern_frames = 0;
+};
+
+// Reads the pattern if there is one.
+Losses losses_of(Run &run, std::size_t frames);
+
+const char *name_of(WhileLost way);
+
+// What was asked for, in a few words.
+std::string asked(const Run &run);
+
+Report report_on(const char *command, const Run &run, const Sent &sent, const Losses &lost,
+                 const Heard &heard);

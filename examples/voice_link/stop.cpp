@@ -1,0 +1,35 @@
+#include "stop.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <initializer_list>
+
+namespace {
+
+volatile std::sig_atomic_t noted = 0;
+
+void note(int number) { noted = number; }
+
+} // namespace
+
+void catch_signals() {
+    std::signal(SIGPIPE, SIG_IGN); // a reader that has gone and a file grown too large are write errors,
+    std::signal(SIGXFSZ, SIG_IGN); // which are reported as such
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action {};
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue; // nohup
+        action = {};
+        action.sa_handler = note; // without SA_RESTART: waiting for a pipe ends
+        sigaction(number, &action, nullptr);
+    }
+}
+
+void check_stop() {
+    if (noted != 0) throw Stopped();
+}
+
+void end_by_signal() {
+    std::signal(noted, SIG_DFL);
+    std::raise(noted);
+    std::abort();
+}

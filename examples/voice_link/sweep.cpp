@@ -1,0 +1,185 @@
+// The curve of distance against loss, over files and seeds.
+#include "commands.h"
+#include "gnuplot.h"
+#include "jobs.h"
+#include "run.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <sstream>
+
+namespace {
+
+// One point of the curves, with the distances of its runs under each treatment.
+struct Point {
+    WhileLost way;
+    double burst, loss;
+    std::array<std::vector<double>, kTreatments.size()> distances{};
+};
+
+struct Spread {
+    double median, least, most;
+};
+
+Spread spread(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t half = values.size() / 2;
+    const double median = values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
+    return {median, values.front(), values.back()};
+}
+
+std::vector<Point> points_of(const SweepOptions &o) {
+    std::vector<Point> points;
+    for (const WhileLost way : o.ways) {
+        for (const double burst : o.bursts) {
+            for (const double loss : o.losses) {
+                if (burst < smallest_burst(loss)) {
+                    throw UsageError(
+                        printed("--burst: %g %% cannot be lost in bursts of %g, but of %g or more", loss,
+                                burst, smallest_burst(loss)));
+                }
+                points.push_back({way, burst, loss});
+            }
+        }
+    }
+    return points;
+}
+
+// All runs of one file, in the order of points and seeds.
+std::vector<Report> run_all(const SweepOptions &o, const std::string &input, const std::vector<Point> &points,
+                            Progress &progress) {
+    const Sent sent = send({input, o.channel}, o.rate, progress, 0.1);
+    std::vector<Report> reports(points.size() * o.seeds);
+    const double share = 0.9 / static_cast<double>(reports.size());
+    each(reports.size(), o.jobs, [&](std::size_t i) {
+        const Point &point = points[i / o.seeds];
+        const auto seed = static_cast<std::uint32_t>(o.seed + i % o.seeds);
+        Run run{input, "", point.loss, point.burst, o.exact, seed, point.way, ""};
+        const Losses lost = losses_of(run, sent.frames);
+        reports[i] = report_on("sweep", run, sent, lost, receive(sent, lost, point.way, progress, share));
+    });
+    return reports;
+}
+
+void collect(const std::vector<Report> &reports, unsigned seeds, std::vector<Point> &points) {
+    for (std::size_t i = 0; i < reports.size(); ++i) {
+        for (std::size_t k = 0; k < kTreatments.size(); ++k) {
+            const Record &value = reports[i].record[std::string("distance_") + kTreatments[k].key + "_db"];
+            if (value.is_number()) points[i / seeds].distances[k].push_back(value);
+        }
+    }
+}
+
+// Markdown: median and, in brackets, the smallest and the largest.
+std::string table(const SweepOptions &o, const std::vector<Point> &points) {
+    const bool ways = o.ways.size() > 1;
+    std::string text = ways ? "| while lost | lost | mean burst |" : "| lost | mean burst |";
+    for (const Treatment &t : kTreatments) text += std::string(" ") + t.name + " |";
+    text += ways ? "\n|---|---|---|" : "\n|---|---|";
+    text += "---|---|---|\n";
+    for (const Point &point : points) {
+        if (point.distances[0].empty()) continue;
+        text += ways ? std::string("| ") + name_of(point.way) + " " : "";
+        text += printed("| %g %% | %g |", point.loss, point.burst);
+        for (const std::vector<double> &values : point.distances) {
+            const Spread s = spread(values);
+            text += printed(" %.2f dB (%.2f to %.2f) |", s.median, s.least, s.most);
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+// A curve: one treatment under one way. Beside the first way the others are shown for concealment alone.
+struct Curve {
+    WhileLost way;
+    std::size_t treatment;
+    std::string title, style;
+};
+
+std::vector<Curve> curves_of(const SweepOptions &o) {
+    constexpr std::array<const char *, kTreatments.size()> kColours{"#204a87", "#ce5c00", "#888a85"};
+    std::vector<Curve> curves;
+    for (const WhileLost way : o.ways) {
+        for (std::size_t k = 0; k < kTreatments.size(); ++k) {
+            if (way != o.ways.front() && k != kConcealed) continue;
+            const std::string dashes = way == o.ways.front() ? "" : " dt 2";
+            curves.push_back(
+                {way, k, kTreatments[k].name + (o.ways.size() > 1 ? std::string(", ") + name_of(way) : ""),
+                 std::string("lc rgb '") + kColours[k] + "'" + dashes});
+        }
+    }
+    return curves;
+}
+
+// One panel for each burst, all on one scale. Bars reach from the nearest run to the farthest; those of
+// different curves stand a little apart.
+std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
+    const std::vector<Curve> curves = curves_of(o);
+    const double widest = std::max(*std::max_element(o.losses.begin(), o.losses.end()), 1.0);
+    double highest = 1;
+    std::ostringstream panels;
+    for (const double burst : o.bursts) {
+        std::string plots;
+        for (std::size_t c = 0; c < curves.size(); ++c) {
+            const Curve &curve = curves[c];
+            const std::string name = printed("$curve%zu", c);
+            panels << name << " << end\n";
+            for (const Point &p : points) {
+                const std::vector<double> &values = p.distances[curve.treatment];
+                if (p.way != curve.way || p.burst != burst || values.empty()) continue;
+                const Spread s = spread(values);
+                highest = std::max(highest, s.most);
+                panels << p.loss + static_cast<double>(c) * widest / 150 << ' ' << s.median << ' ' << s.least
+                       << ' ' << s.most << '\n';
+            }
+            panels << "end\n";
+            plots += (c == 0 ? "plot " : ", ") + name + " with yerrorlines pt 7 ps 0.5 " + curve.style +
+                     " title " + quoted(curve.title);
+        }
+        panels << "set title 'bursts of " << burst << (burst == 1 ? " frame'\n" : " frames in the mean'\n")
+               << plots << "\nunset key\nunset ylabel\n";
+    }
+    std::ostringstream head;
+    head
+        << "set key top left reverse Left samplen 2\nset tics out nomirror\nset grid ytics lc rgb '#dddddd'\n"
+        << "set errorbars 0.5\nset xrange [0:" << 1.05 * widest << "]\nset yrange [0:" << 1.35 * highest
+        << "]\nset xlabel 'frames lost, %'\nset ylabel 'distance from the loss-free output, dB'\n"
+        << "set multiplot layout 1," << o.bursts.size() << " title 'at " << o.rate << " Hz: median of "
+        << o.seeds * (o.names.size() - 1) << " runs, bars from the nearest to the farthest'\n";
+    return head.str() + panels.str() + "unset multiplot\n";
+}
+
+} // namespace
+
+bool sweep(const SweepOptions &o) {
+    const std::string &target = o.names.back();
+    if (!can_draw(target)) throw UsageError(target + " must end in .svg or .png");
+    std::vector<Point> points = points_of(o);
+    std::vector<Record> records;
+    std::vector<Report> reports;
+    const std::size_t inputs = o.names.size() - 1;
+    {
+        Progress progress(inputs);
+        for (std::size_t i = 0; i < inputs; ++i) {
+            const std::vector<Report> more = run_all(o, o.names[i], points, progress);
+            collect(more, o.seeds, points);
+            reports.insert(reports.end(), more.begin(), more.end());
+        }
+    }
+    for (const Report &report : reports) records.push_back(report.record);
+    OutputFile picture(target);
+    OutputFile figures(std::filesystem::path(target).replace_extension(".csv").string());
+    figures.write(csv(records));
+    picture.write(drawn(target, 320 * static_cast<int>(o.bursts.size()), 400, script_of(o, points)));
+    figures.finish();
+    picture.commit();
+    figures.commit();
+    if (o.report == "text") {
+        std::fputs(table(o, points).c_str(), stdout);
+    } else {
+        print(reports, o.report, target);
+    }
+    return true;
+}
