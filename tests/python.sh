@@ -1,5 +1,5 @@
 #!/bin/sh
-# The Python example: what its descriptions show, and its program against voice_link, where that is built.
+# The Python example: what its descriptions show, its program against voice_link where that is built, its messages.
 # usage: python.sh EXAMPLES_DIRECTORY LIBRARY [VOICE_LINK]
 set -eu
 examples=$1
@@ -8,12 +8,78 @@ voice_link=${3:-}
 command -v python3 >/dev/null || { echo "skipped: python3 is not installed"; exit 77; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export PYTHONDONTWRITEBYTECODE=1
+export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$examples"
+program=$examples/cvsd_qor.py
+speech=$examples/clips/speech_16k.wav
+cd "$work"
 
-python3 -m doctest "$examples/cvsd_qor.py"
-echo 00000 11000 00001 00000 00011 11111 >"$work/trace"
-python3 "$examples/cvsd_qor.py" "$examples/clips/speech_16k.wav" "$work/trace" "$work/heard.wav"
+python3 -m doctest "$program"
+printf '# two of\n0,0,0,0,0 11000\t00001 00000 00011 11111#1' >trace
+python3 "$program" "$speech" trace heard.wav
 if [ -n "$voice_link" ]; then
-    "$voice_link" link "$examples/clips/speech_16k.wav" "$work/linked.wav" --rate 16000 --pattern "$work/trace"
-    cmp "$work/heard.wav" "$work/linked.wav"
+    "$voice_link" link "$speech" linked.wav --rate 16000 --pattern trace
+    cmp heard.wav linked.wav
 fi
+
+# Arrays pass as wholes, of the standard library and of numpy, and come back as they went in.
+python3 - <<END
+import array, time
+import cvsd_qor
+
+def there_and_back(samples):
+    start = time.process_time()
+    bits = cvsd_qor.Encoder().encode(samples)
+    speech = cvsd_qor.Decoder().decode(bits)
+    heard = cvsd_qor.conceal(samples, 16000, [1, 0])
+    assert type(speech) == type(heard) == type(samples), (type(speech), type(heard))
+    assert len(bits) == len(samples) // 8 and len(speech) == len(heard) == len(samples)
+    assert list(heard[1000:1010]) == list(samples[1000:1010]), heard[1000:1010]
+    assert time.process_time() - start < 3, "ten million samples take a tenth of that"
+
+there_and_back(array.array("h", range(10000)) * 1000)
+try:
+    import numpy
+except ImportError:
+    print("without numpy")
+else:
+    there_and_back(numpy.tile(numpy.arange(10000, dtype="int16"), 1000))
+    cvsd_qor.conceal(numpy.zeros(600, "int16")[::2], numpy.int64(8000), numpy.array([True, False]))
+    try:
+        cvsd_qor.Encoder().encode(numpy.zeros(8))
+    except TypeError as error:
+        assert str(error) == "samples are 16-bit integers, not an array of type 'd'", error
+
+assert cvsd_qor.conceal([1, 2], 8000, []) == [1, 2]
+for error, arguments in [
+    (TypeError, (b"1234", 8000, [])), (TypeError, ([1.5], 8000, [])), (ValueError, ([40000], 8000, [])),
+    (TypeError, ([1], 8000.0, [])), (TypeError, ([1], 8000, "0000")), (ValueError, ([1], 8000, ["0"])),
+]:
+    try:
+        cvsd_qor.conceal(*arguments)
+    except error:
+        continue
+    raise AssertionError(f"{arguments} are taken")
+END
+
+# refused TEXT ARGUMENT...: status 1, one line that ends in TEXT, no output.
+refused() {
+    text=$1
+    shift
+    ! python3 "$program" "$@" 2>stderr || { echo "taken: $*"; exit 1; }
+    if ! grep -qF -e "$text" stderr || [ "$(wc -l <stderr)" -ne 1 ] || [ -e out.wav ]; then
+        cat stderr
+        exit 1
+    fi
+}
+: >empty
+printf '0,0\n0,lost' >wrong
+printf '# 01' >comment
+refused "wrong: line 2, column 3 is neither 0 nor 1" "$speech" wrong out.wav
+refused "comment: it holds neither 0 nor 1" "$speech" comment out.wav
+refused "empty: it holds neither 0 nor 1" "$speech" empty out.wav
+refused "nowhere: No such file or directory" "$speech" nowhere out.wav
+refused "empty: ends too early" empty trace out.wav
+refused "nowhere/out.wav: No such file or directory" "$speech" trace nowhere/out.wav
+export CVSD_QOR_LIBRARY=/nowhere/libcvsd_qor.so
+refused "CVSD_QOR_LIBRARY can name the library's file" "$speech" trace out.wav
+python3 "$program" --help | grep -q TRACE

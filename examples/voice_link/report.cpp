@@ -51,11 +51,12 @@ std::string line_of(const std::vector<std::string> &fields) {
 
 } // namespace
 
-std::string csv(const std::vector<Record> &records) {
+std::string csv(const std::vector<Report> &reports) {
     std::string text;
-    for (const Record &record : records) {
+    for (const Report &report : reports) {
+        if (report.record.is_null()) continue;
         std::vector<std::string> names, values;
-        for (const auto &[name, value] : record.items()) {
+        for (const auto &[name, value] : report.record.items()) {
             names.push_back(name);
             values.push_back(csv_field(value));
         }
@@ -66,15 +67,15 @@ std::string csv(const std::vector<Record> &records) {
 
 void print(const std::vector<Report> &reports, const std::string &format, const std::string &output) {
     std::string text;
-    std::vector<Record> records;
+    Record records = Record::array();
     for (const Report &report : reports) {
         if (report.record.is_null()) continue;
         text += report.text;
         records.push_back(report.record);
     }
-    if (format == "csv") text = csv(records);
+    if (format == "csv") text = csv(reports);
     // File names may hold any bytes.
-    if (format == "json") text = Record(records).dump(2, ' ', false, Record::error_handler_t::replace) + "\n";
+    if (format == "json") text = records.dump(2, ' ', false, Record::error_handler_t::replace) + "\n";
     std::FILE *to = output == "-" ? stderr : stdout;
     if (std::fputs(text.c_str(), to) < 0 || std::fflush(to) != 0) fail("standard output", "cannot write");
 }

@@ -12,7 +12,7 @@ using Record = nlohmann::ordered_json;
 // What all records begin with.
 Record record_of(const char *command, const std::string &input, const std::string &output);
 
-struct Report {
+struct Report {       // NOLINT(bugprone-exception-escape): moving a JSON value does not throw
     std::string text; // lines
     Record record;
 };
@@ -24,8 +24,9 @@ std::string time_line(double duration, double seconds, double library_seconds);
 
 std::string version(); // of this program and the library
 
-std::string csv(const std::vector<Record> &records);
+// Reports that were never made are left out, here and below.
+std::string csv(const std::vector<Report> &reports);
 
 // In the format "text", "json" or "csv": to standard output, or to standard error where that is taken by an
-// output called "-". Reports that were never made are left out.
+// output called "-".
 void print(const std::vector<Report> &reports, const std::string &format, const std::string &output);

@@ -157,7 +157,6 @@ bool sweep(const SweepOptions &o) {
     const std::string &target = o.names.back();
     if (!can_draw(target)) throw UsageError(target + " must end in .svg or .png");
     std::vector<Point> points = points_of(o);
-    std::vector<Record> records;
     std::vector<Report> reports;
     const std::size_t inputs = o.names.size() - 1;
     {
@@ -168,10 +167,9 @@ bool sweep(const SweepOptions &o) {
             reports.insert(reports.end(), more.begin(), more.end());
         }
     }
-    for (const Report &report : reports) records.push_back(report.record);
     OutputFile picture(target);
     OutputFile figures(std::filesystem::path(target).replace_extension(".csv").string());
-    figures.write(csv(records));
+    figures.write(csv(reports));
     picture.write(drawn(target, 320 * static_cast<int>(o.bursts.size()), 400, script_of(o, points)));
     figures.finish();
     picture.commit();
