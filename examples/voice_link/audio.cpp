@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
+#include <optional>
 #include <sndfile.h>
 #include <unistd.h>
 
@@ -81,30 +82,43 @@ void warn_if_short(SNDFILE *sound, const SF_INFO &info, const std::string &name,
     say("warning: " + name + ": " + text.data());
 }
 
-Resampler lined_up_resampler(int from, int to, const std::string &name) {
-    try {
-        Resampler resampler(from, to, kQuality);
-        resampler.line_up();
-        return resampler;
-    } catch (const std::runtime_error &e) {
-        throw FileError(name, e.what());
+// From a file's rate to another, lined up.
+class Converter {
+public:
+    Converter(int from, int to, const std::string &name) {
+        try {
+            if (from != to) resampler_.emplace(from, to, kQuality).line_up();
+        } catch (const std::runtime_error &e) {
+            throw FileError(name, e.what());
+        }
     }
-}
+    Samples run(Samples samples) {
+        if (!resampler_) return samples;
+        Samples converted;
+        resampler_->run(samples, converted);
+        return converted;
+    }
+
+private:
+    std::optional<Resampler> resampler_;
+};
 
 // One channel, or the mean of all, of interleaved frames.
-void pick(std::span<const float> frames, std::size_t channels, std::size_t channel, Samples &samples) {
-    samples.clear();
-    for (std::size_t i = 0; i < frames.size(); i += channels) {
-        const auto frame = frames.subspan(i, channels);
-        samples.push_back(
+Samples pick(std::span<const float> frames, std::size_t channels, std::size_t channel) {
+    Samples samples(frames.size() / channels);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const auto frame = frames.subspan(i * channels, channels);
+        samples[i] =
             to_sample(channel > 0 ? frame[channel - 1]
-                                  : std::reduce(frame.begin(), frame.end()) / static_cast<float>(channels)));
+                                  : std::reduce(frame.begin(), frame.end()) / static_cast<float>(channels));
     }
+    return samples;
 }
 
 } // namespace
 
-Store read_speech(const Source &source, int rate, Progress &progress, double share) {
+Store read_speech(const Source &source, int rate, Progress &progress, double share,
+                  const std::function<void(const Samples &)> &hand_on) {
     const std::string name = input_name(source.path);
     const File file = open_seekable(source.path);
     SF_INFO info{};
@@ -115,20 +129,17 @@ Store read_speech(const Source &source, int rate, Progress &progress, double sha
         throw FileError(name,
                         "has no channel " + std::to_string(channel) + ", only " + std::to_string(channels));
     }
-    Resampler resampler = lined_up_resampler(info.samplerate, rate, name);
-    std::vector<float> frames(kBlock * channels);
-    Samples mixed, converted;
+    Converter converter(info.samplerate, rate, name);
     Store speech;
-    sf_count_t read = 0;
-    const auto convert = [&](const Samples &samples) {
-        if (info.samplerate == rate) return speech.append(samples);
-        converted.clear();
-        resampler.run(samples, converted);
-        speech.append(converted);
+    const auto put = [&](const Samples &samples) {
+        speech.append(samples);
+        if (hand_on) hand_on(samples);
     };
+    std::vector<float> frames(kBlock * channels);
+    sf_count_t read = 0;
     while (const sf_count_t n = sf_readf_float(sound.get(), frames.data(), kBlock)) {
-        pick(std::span(frames).first(static_cast<std::size_t>(n) * channels), channels, channel, mixed);
-        convert(mixed);
+        const auto got = std::span(frames).first(static_cast<std::size_t>(n) * channels);
+        put(converter.run(pick(got, channels, channel)));
         read += n;
         progress.advance(share * static_cast<double>(n) / static_cast<double>(std::max(info.frames, read)));
     }
@@ -137,7 +148,11 @@ Store read_speech(const Source &source, int rate, Progress &progress, double sha
     warn_if_short(sound.get(), info, name, read);
     // As long as the file, in proportion: silence drives the end out of the filter.
     const auto length = static_cast<std::size_t>((read * rate + info.samplerate - 1) / info.samplerate);
-    while (speech.size() < length) convert(Samples(256, 0));
+    while (speech.size() < length) {
+        Samples rest = converter.run(Samples(256, 0));
+        rest.resize(std::min(rest.size(), length - speech.size()));
+        put(rest);
+    }
     speech.finish(length);
     return speech;
 }

@@ -4,6 +4,7 @@
 #include "progress.h"
 #include "store.h"
 
+#include <functional>
 #include <span>
 #include <string>
 
@@ -13,8 +14,9 @@ struct Source {
 };
 
 // Any file that libsndfile reads, brought to the rate. Never empty. Says where the file is shorter than its
-// header. Advances progress by the share.
-Store read_speech(const Source &source, int rate, Progress &progress, double share);
+// header. Advances progress by the share. Hands on every block as soon as it is there, if that is wanted.
+Store read_speech(const Source &source, int rate, Progress &progress, double share,
+                  const std::function<void(const Samples &)> &hand_on = nullptr);
 
 // True if a file begins as one of the usual sound files does.
 bool is_sound(std::span<const std::uint8_t> head);

@@ -1,6 +1,7 @@
 #include "chain.h"
 
 #include "distance.h"
+#include "worker.h"
 
 #include <algorithm>
 
@@ -9,48 +10,55 @@ namespace {
 constexpr std::size_t kFlush = 4;    // frames of silence behind the speech, more than any delay
 constexpr std::size_t kBlock = 1024; // frames
 
-// A signal that comes late and too long, put into a store lined up.
+// A signal that comes late, put into a store without its first samples.
 class LinedUp {
 public:
-    LinedUp(Store &store, int delay, std::size_t length)
-        : store_(store), ahead_(static_cast<std::size_t>(delay)), length_(length) {}
+    LinedUp(Store &store, int delay) : store_(store), ahead_(static_cast<std::size_t>(delay)) {}
     void append(std::span<const std::int16_t> samples) {
         const std::size_t skipped = std::min(ahead_, samples.size());
         ahead_ -= skipped;
         store_.append(samples.subspan(skipped));
     }
-    void finish() { store_.finish(length_); }
 
 private:
     Store &store_;
-    std::size_t ahead_, length_;
+    std::size_t ahead_;
 };
 
 // Encodes the speech and decodes it again with nothing lost.
-void over_codec(Sent &sent, Progress &progress, double share) {
-    const std::size_t total = (sent.frames + kFlush) * kPacket;
-    Sender sender;
-    Receiver receiver(Filter::lossy);
-    LinedUp decoded(sent.decoded.emplace(), receiver.delay(), sent.speech.size());
-    sent.bits.emplace();
-    Samples speech, heard;
-    Bits bits;
-    for (std::size_t at = 0; at < total; at += speech.size()) {
-        speech.resize(std::min(kBlock * kPacket, total - at));
-        sent.speech.read(static_cast<std::int64_t>(at), speech);
-        bits.clear();
-        sender.take(speech, bits);
-        if (at + speech.size() == total) sender.finish(total, bits);
-        sent.bits->append(bits);
-        heard.clear();
-        receiver.take(bits, heard);
-        decoded.append(heard);
-        progress.advance(share * static_cast<double>(speech.size()) / static_cast<double>(total));
+class Coding {
+public:
+    explicit Coding(Sent &sent) : bits_(sent.bits.emplace()), decoded_(sent.decoded.emplace()) {}
+    void take(std::span<const std::int16_t> speech) {
+        sender_.take(speech, packets_);
+        pass_on();
     }
-    sent.bits->finish(total);
-    decoded.finish();
-    sent.library_seconds = sender.library_seconds() + receiver.library_seconds();
-}
+    // Ends with silence behind the speech. That many samples go in all.
+    void finish(std::size_t size, std::size_t length) {
+        sender_.finish(size, packets_);
+        pass_on();
+        bits_.finish(size);
+        decoded_.finish(length);
+    }
+    double library_seconds() const { return sender_.library_seconds() + receiver_.library_seconds(); }
+
+private:
+    void pass_on() {
+        bits_.append(packets_);
+        heard_.clear();
+        receiver_.take(packets_, heard_);
+        lined_up_.append(heard_);
+        packets_.clear();
+    }
+
+    BitStore &bits_;
+    Store &decoded_;
+    Sender sender_;
+    Receiver receiver_{Filter::lossy};
+    LinedUp lined_up_{decoded_, receiver_.delay()};
+    Bits packets_;
+    Samples heard_;
+};
 
 // What comes out of the channel, frame after frame: decoded, or the speech itself.
 class Arrivals {
@@ -116,14 +124,28 @@ Format format_of(int rate) {
     return rate == kSpeechRate ? Format{rate, kPacket, 30, true} : Format{rate, 120, 60, false};
 }
 
+static std::size_t frames_of(const Sent &sent) {
+    return (sent.speech.size() + sent.format.frame - 1) / sent.format.frame;
+}
+
 Sent send(const Source &source, int rate, Progress &progress, double share) {
     Sent sent;
     Stopwatch total;
     total.time([&] {
         sent.format = format_of(rate);
-        sent.speech = read_speech(source, rate, progress, share / 2);
-        sent.frames = (sent.speech.size() + sent.format.frame - 1) / sent.format.frame;
-        if (sent.format.codec) over_codec(sent, progress, share / 2);
+        if (sent.format.codec) {
+            Coding coding(sent);
+            Worker worker([&](const Samples &block) { coding.take(block); });
+            sent.speech =
+                read_speech(source, rate, progress, share, [&](const Samples &block) { worker.push(block); });
+            worker.finish();
+            sent.frames = frames_of(sent);
+            coding.finish((sent.frames + kFlush) * sent.format.frame, sent.speech.size());
+            sent.library_seconds = coding.library_seconds();
+        } else {
+            sent.speech = read_speech(source, rate, progress, share);
+            sent.frames = frames_of(sent);
+        }
         sent.power = mean_power(sent.loss_free());
     });
     sent.seconds = total.seconds();
@@ -141,7 +163,7 @@ Heard receive(const Sent &sent, const Losses &lost, WhileLost while_lost, Progre
         std::vector<LinedUp> lined_up;
         for (Store &signal : heard.signals) {
             const bool concealed = &signal == &heard.signals[kConcealed];
-            lined_up.emplace_back(signal, concealed ? heard.delay : heard.late, sent.speech.size());
+            lined_up.emplace_back(signal, concealed ? heard.delay : heard.late);
         }
         std::array<Samples, kTreatments.size()> block;
         const std::size_t frames = lost.size() + kFlush;
@@ -155,7 +177,7 @@ Heard receive(const Sent &sent, const Losses &lost, WhileLost while_lost, Progre
             }
             progress.advance(share / 2 * static_cast<double>(kBlock) / static_cast<double>(frames));
         }
-        for (LinedUp &signal : lined_up) signal.finish();
+        for (Store &signal : heard.signals) signal.finish(sent.speech.size());
         const std::array<const Store *, kTreatments.size()> copies{&heard.signals[0], &heard.signals[1],
                                                                    &heard.signals[2]};
         heard.distances = spectral_distances(sent.loss_free(), sent.power, copies, sent.format.rate,

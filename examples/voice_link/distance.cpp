@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <kiss_fftr.h>
 #include <memory>
 #include <numbers>
+#include <optional>
 
 namespace {
 
@@ -76,6 +78,56 @@ void side_by_side(const Store &a, const Store &b, Visit visit) {
     }
 }
 
+struct Sums {
+    std::vector<double> distances; // of each copy, over the windows
+    double count = 0;              // windows
+};
+
+struct Comparison {
+    const Store &original;
+    double power;
+    std::span<const Store *const> copies;
+    int rate;
+    const Places &places;
+    const std::function<void(double)> &progress;
+
+    // Around those of the lost frames that lie from first up to last.
+    Sums sums(std::size_t first, std::size_t last) const {
+        const std::size_t size = Spectrum::size(rate);
+        // Expected power of one frequency: the window, of mean square 3/8, adds up the power of its samples.
+        Spectrum spectrum(rate, std::max(kRange * power * 0.375 * static_cast<double>(size), 1.0));
+        Window window(original);
+        std::vector<Window> windows;
+        for (const Store *copy : copies) windows.emplace_back(*copy);
+
+        std::vector<double> a, b;
+        Sums sums{std::vector<double>(copies.size())};
+        constexpr std::size_t kStep = 1024; // frames from one word of progress to the next
+        for (std::size_t i = first; i < last; ++i) {
+            if (i % kStep == 0)
+                progress(static_cast<double>(kStep) / static_cast<double>(places.lost.size()));
+            const std::optional<std::int64_t> at = start(i, size);
+            if (!at) continue;
+            spectrum.levels(window.at(*at, size), a);
+            for (std::size_t k = 0; k < copies.size(); ++k) {
+                spectrum.levels(windows[k].at(*at, size), b);
+                sums.distances[k] += root_mean_square(a, b);
+            }
+            ++sums.count;
+        }
+        return sums;
+    }
+
+    // Where the window around frame i starts; none if neither it nor a neighbour is lost.
+    std::optional<std::int64_t> start(std::size_t i, std::size_t size) const {
+        const Losses &lost = places.lost;
+        const bool near = lost[i] || (i > 0 && lost[i - 1]) || (i + 1 < lost.size() && lost[i + 1]);
+        const std::size_t middle = i * places.frame + places.frame / 2;
+        if (!near || middle < places.late || middle - places.late >= original.size()) return {};
+        return static_cast<std::int64_t>(middle - places.late) - static_cast<std::int64_t>(size / 2);
+    }
+};
+
 } // namespace
 
 double snr(const Store &original, const Store &copy) {
@@ -97,32 +149,16 @@ double mean_power(const Store &signal) {
 std::vector<double> spectral_distances(const Store &original, double power,
                                        std::span<const Store *const> copies, int rate, const Places &places,
                                        const std::function<void(double)> &progress) {
-    const std::size_t size = Spectrum::size(rate);
-    // Expected power of one frequency: the window, of mean square 3/8, adds up the power of its samples.
-    Spectrum spectrum(rate, std::max(kRange * power * 0.375 * static_cast<double>(size), 1.0));
-    Window original_window(original);
-    std::vector<Window> windows;
-    for (const Store *copy : copies) windows.emplace_back(*copy);
-
-    std::vector<double> a, b, sums(copies.size());
-    double count = 0;
-    const Losses &lost = places.lost;
-    constexpr std::size_t kStep = 1024; // frames from one word of progress to the next
-    for (std::size_t i = 0; i < lost.size(); ++i) {
-        if (i % kStep == 0) progress(static_cast<double>(kStep) / static_cast<double>(lost.size()));
-        const bool near = lost[i] || (i > 0 && lost[i - 1]) || (i + 1 < lost.size() && lost[i + 1]);
-        const std::size_t middle = i * places.frame + places.frame / 2;
-        if (!near || middle < places.late || middle - places.late >= original.size()) continue;
-        const auto first =
-            static_cast<std::int64_t>(middle - places.late) - static_cast<std::int64_t>(size / 2);
-        spectrum.levels(original_window.at(first, size), a);
-        for (std::size_t k = 0; k < copies.size(); ++k) {
-            spectrum.levels(windows[k].at(first, size), b);
-            sums[k] += root_mean_square(a, b);
-        }
-        ++count;
-    }
+    const Comparison comparison{original, power, copies, rate, places, progress};
+    // Always in two halves, so that the sums are the same however many threads there are.
+    const std::size_t frames = places.lost.size();
+    auto second = std::async(std::launch::async, [&] { return comparison.sums(frames / 2, frames); });
+    Sums sums = comparison.sums(0, frames / 2);
+    const Sums more = second.get();
+    const double count = sums.count + more.count;
     if (count == 0) return {};
-    for (double &sum : sums) sum /= count;
-    return sums;
+    for (std::size_t k = 0; k < copies.size(); ++k) {
+        sums.distances[k] = (sums.distances[k] + more.distances[k]) / count;
+    }
+    return sums.distances;
 }

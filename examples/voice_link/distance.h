@@ -24,7 +24,7 @@ struct Places {
 // Log-spectral distance in dB of each copy: how far the spectra of 32 ms windows (Hann) are apart, root mean
 // square over Bark bands, mean over the windows. Levels more than 40 dB below the mean power of the original
 // count as equal, so that nothing is made of differences that nobody hears. Empty where nothing is lost.
-// Calls progress with the share done since the last call.
+// Calls progress with the share done since the last call, from any thread.
 std::vector<double> spectral_distances(const Store &original, double power,
                                        std::span<const Store *const> copies, int rate, const Places &places,
                                        const std::function<void(double)> &progress);

@@ -4,6 +4,7 @@
 #include "distance.h"
 #include "outputs.h"
 #include "run_tasks.h"
+#include "worker.h"
 
 #include <algorithm>
 #include <cmath>
@@ -60,42 +61,54 @@ Report report(const char *command, const Task &task, const Figures &f) {
 }
 
 // Encodes, and decodes again what was encoded to tell how near it is.
-Figures encode_speech(const Store &speech, OutputFile &output, Progress &progress) {
-    Figures figures;
-    figures.bytes = (speech.size() + kPacket - 1) / kPacket * kPacket;
-    Sender sender;
-    Decoding decoding;
-    Store decoded;
-    Samples block, heard;
-    Bits bits;
-    for (std::size_t at = 0; at < figures.bytes; at += block.size()) {
-        block.resize(std::min(kBlock, figures.bytes - at));
-        speech.read(static_cast<std::int64_t>(at), block);
-        bits.clear();
-        sender.take(block, bits);
-        if (at + block.size() == figures.bytes) sender.finish(figures.bytes, bits);
-        output.write(bits);
-        heard.clear();
-        decoding.take(bits, heard);
-        decoded.append(heard);
-        progress.advance(0.6 * static_cast<double>(block.size()) / static_cast<double>(figures.bytes));
+class Encoding {
+public:
+    explicit Encoding(OutputFile &output) : output_(output) {}
+    void take(std::span<const std::int16_t> speech) {
+        sender_.take(speech, bits_);
+        pass_on();
     }
-    heard.clear();
-    decoding.finish(heard);
-    decoded.append(heard);
-    decoded.finish(figures.bytes);
-    figures.snr = snr(speech, decoded);
-    figures.library_seconds = sender.library_seconds() + decoding.library_seconds();
-    return figures;
-}
+    Figures finish(const Store &speech) {
+        Figures figures;
+        figures.bytes = (speech.size() + kPacket - 1) / kPacket * kPacket;
+        sender_.finish(figures.bytes, bits_);
+        pass_on();
+        decoding_.finish(heard_);
+        decoded_.append(heard_);
+        decoded_.finish(figures.bytes);
+        figures.snr = snr(speech, decoded_);
+        figures.library_seconds = sender_.library_seconds() + decoding_.library_seconds();
+        return figures;
+    }
+
+private:
+    void pass_on() {
+        output_.write(bits_);
+        decoding_.take(bits_, heard_);
+        decoded_.append(heard_);
+        bits_.clear();
+        heard_.clear();
+    }
+
+    OutputFile &output_;
+    Sender sender_;
+    Decoding decoding_;
+    Store decoded_;
+    Bits bits_;
+    Samples heard_;
+};
 
 Report encode_one(const Files &options, const Task &task, Progress &progress) {
     Figures figures;
     Stopwatch total;
     total.time([&] {
-        const Store speech = read_speech({task.input, options.channel}, kSpeechRate, progress, 0.4);
         OutputFile output(task.output);
-        figures = encode_speech(speech, output, progress);
+        Encoding encoding(output);
+        Worker worker([&](const Samples &block) { encoding.take(block); });
+        const Store speech = read_speech({task.input, options.channel}, kSpeechRate, progress, 1,
+                                         [&](const Samples &block) { worker.push(block); });
+        worker.finish();
+        figures = encoding.finish(speech);
         output.commit();
     });
     figures.seconds = total.seconds();
