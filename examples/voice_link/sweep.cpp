@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <filesystem>
 #include <sstream>
 
@@ -19,14 +20,18 @@ struct Point {
 };
 
 struct Spread {
-    double median, least, most;
+    double median, lower, upper; // half of the values lie between lower and upper
 };
 
 Spread spread(std::vector<double> values) {
     std::sort(values.begin(), values.end());
-    const std::size_t half = values.size() / 2;
-    const double median = values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
-    return {median, values.front(), values.back()};
+    const auto quantile = [&](double part) {
+        const double place = part * static_cast<double>(values.size() - 1);
+        const auto below = static_cast<std::size_t>(place);
+        const std::size_t above = std::min(below + 1, values.size() - 1);
+        return std::lerp(values[below], values[above], place - static_cast<double>(below));
+    };
+    return {quantile(0.5), quantile(0.25), quantile(0.75)};
 }
 
 std::vector<Point> points_of(const SweepOptions &o) {
@@ -71,7 +76,7 @@ void collect(const std::vector<Report> &reports, unsigned seeds, std::vector<Poi
     }
 }
 
-// Markdown: median and, in brackets, the smallest and the largest.
+// Markdown: median and, in brackets, between what half of the runs lie.
 std::string table(const SweepOptions &o, const std::vector<Point> &points) {
     const bool ways = o.ways.size() > 1;
     std::string text = ways ? "| while lost | lost | mean burst |" : "| lost | mean burst |";
@@ -84,7 +89,7 @@ std::string table(const SweepOptions &o, const std::vector<Point> &points) {
         text += printed("| %g %% | %g |", point.loss, point.burst);
         for (const std::vector<double> &values : point.distances) {
             const Spread s = spread(values);
-            text += printed(" %.2f dB (%.2f to %.2f) |", s.median, s.least, s.most);
+            text += printed(" %.2f dB (%.2f to %.2f) |", s.median, s.lower, s.upper);
         }
         text += "\n";
     }
@@ -113,7 +118,7 @@ std::vector<Curve> curves_of(const SweepOptions &o) {
     return curves;
 }
 
-// One panel for each burst, all on one scale. Bars reach from the nearest run to the farthest; those of
+// One panel for each burst, all on one scale. Bars hold the middle half of the runs; those of
 // different curves stand a little apart.
 std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
     const std::vector<Curve> curves = curves_of(o);
@@ -130,9 +135,9 @@ std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
                 const std::vector<double> &values = p.distances[curve.treatment];
                 if (p.way != curve.way || p.burst != burst || values.empty()) continue;
                 const Spread s = spread(values);
-                highest = std::max(highest, s.most);
-                panels << p.loss + static_cast<double>(c) * widest / 150 << ' ' << s.median << ' ' << s.least
-                       << ' ' << s.most << '\n';
+                highest = std::max(highest, s.upper);
+                panels << p.loss + static_cast<double>(c) * widest / 150 << ' ' << s.median << ' ' << s.lower
+                       << ' ' << s.upper << '\n';
             }
             panels << "end\n";
             plots += (c == 0 ? "plot " : ", ") + name + " with yerrorlines pt 7 ps 0.5 " + curve.style +
@@ -147,7 +152,7 @@ std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
         << "set errorbars 0.5\nset xrange [0:" << 1.05 * widest << "]\nset yrange [0:" << 1.35 * highest
         << "]\nset xlabel 'frames lost, %'\nset ylabel 'distance from the loss-free output, dB'\n"
         << "set multiplot layout 1," << o.bursts.size() << " title 'at " << o.rate << " Hz: median of "
-        << o.seeds * (o.names.size() - 1) << " runs, bars from the nearest to the farthest'\n";
+        << o.seeds * (o.names.size() - 1) << " runs, bars hold the middle half'\n";
     return head.str() + panels.str() + "unset multiplot\n";
 }
 
