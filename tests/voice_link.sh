@@ -180,6 +180,7 @@ expect 1 "wrong: not a loss pattern: line 2, column 3 is neither 0 nor 1" link "
 expect 1 "nowhere/x.cvsd: cannot write" encode "$speech" nowhere/x.cvsd
 expect 1 "/dev/full: cannot write" encode "$speech" /dev/full
 expect 1 "/dev/full: cannot write" decode a.cvsd /dev/full
+expect 1 "/dev/full: cannot write" link "$speech" x.wav --write-pattern /dev/full # so little that only the end fails
 expect 1 "pattern: cannot write: several outputs need a folder" encode "$speech" "$wide" pattern
 search=/nonexistent
 expect 1 "gnuplot is not installed" link "$speech" x.wav --plot x.svg
