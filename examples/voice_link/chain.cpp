@@ -118,14 +118,41 @@ private:
     Stopwatch library_;
 };
 
+std::size_t frames_of(const Sent &sent) {
+    return (sent.speech.size() + sent.format.frame - 1) / sent.format.frame;
+}
+
+// Plays all frames under all treatments, each signal into its store, lined up.
+void play(const Sent &sent, const Losses &lost, WhileLost while_lost, Heard &heard, Progress &progress,
+          double share) {
+    Arrivals arrivals(sent, while_lost);
+    Player player(sent.format);
+    heard.late = arrivals.delay();
+    heard.delay = heard.late + sent.format.delay;
+    std::vector<LinedUp> lined_up;
+    for (Store &signal : heard.signals) {
+        lined_up.emplace_back(signal, &signal == &heard.signals[kConcealed] ? heard.delay : heard.late);
+    }
+    std::array<Samples, kTreatments.size()> block;
+    const std::size_t frames = lost.size() + kFlush;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const bool is_lost = i < lost.size() && lost[i];
+        player.play(arrivals.next(i, is_lost), is_lost, block);
+        if ((i + 1) % kBlock != 0 && i + 1 != frames) continue;
+        for (std::size_t k = 0; k < block.size(); ++k) {
+            lined_up[k].append(block[k]);
+            block[k].clear();
+        }
+        progress.advance(share * static_cast<double>(kBlock) / static_cast<double>(frames));
+    }
+    for (Store &signal : heard.signals) signal.finish(sent.speech.size());
+    heard.library_seconds = arrivals.library_seconds() + player.library_seconds();
+}
+
 } // namespace
 
 Format format_of(int rate) {
     return rate == kSpeechRate ? Format{rate, kPacket, 30, true} : Format{rate, 120, 60, false};
-}
-
-static std::size_t frames_of(const Sent &sent) {
-    return (sent.speech.size() + sent.format.frame - 1) / sent.format.frame;
 }
 
 Sent send(const Source &source, int rate, Progress &progress, double share) {
@@ -156,34 +183,12 @@ Heard receive(const Sent &sent, const Losses &lost, WhileLost while_lost, Progre
     Heard heard;
     Stopwatch total;
     total.time([&] {
-        Arrivals arrivals(sent, while_lost);
-        Player player(sent.format);
-        heard.late = arrivals.delay();
-        heard.delay = heard.late + sent.format.delay;
-        std::vector<LinedUp> lined_up;
-        for (Store &signal : heard.signals) {
-            const bool concealed = &signal == &heard.signals[kConcealed];
-            lined_up.emplace_back(signal, concealed ? heard.delay : heard.late);
-        }
-        std::array<Samples, kTreatments.size()> block;
-        const std::size_t frames = lost.size() + kFlush;
-        for (std::size_t i = 0; i < frames; ++i) {
-            const bool is_lost = i < lost.size() && lost[i];
-            player.play(arrivals.next(i, is_lost), is_lost, block);
-            if ((i + 1) % kBlock != 0 && i + 1 != frames) continue;
-            for (std::size_t k = 0; k < block.size(); ++k) {
-                lined_up[k].append(block[k]);
-                block[k].clear();
-            }
-            progress.advance(share / 2 * static_cast<double>(kBlock) / static_cast<double>(frames));
-        }
-        for (Store &signal : heard.signals) signal.finish(sent.speech.size());
-        const std::array<const Store *, kTreatments.size()> copies{&heard.signals[0], &heard.signals[1],
-                                                                   &heard.signals[2]};
+        play(sent, lost, while_lost, heard, progress, share / 2);
+        std::array<const Store *, kTreatments.size()> copies{};
+        for (std::size_t k = 0; k < copies.size(); ++k) copies[k] = &heard.signals[k];
         heard.distances = spectral_distances(sent.loss_free(), sent.power, copies, sent.format.rate,
                                              {lost, sent.format.frame, static_cast<std::size_t>(heard.late)},
                                              [&](double part) { progress.advance(share / 2 * part); });
-        heard.library_seconds = arrivals.library_seconds() + player.library_seconds();
     });
     heard.seconds = total.seconds();
     return heard;

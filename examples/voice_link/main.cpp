@@ -75,7 +75,8 @@ void add_losses(CLI::App *sub, LinkOptions &o) {
     for (auto *option : {loss, burst, seed, seeds, exact}) pattern->excludes(option);
     sub->add_option("--write-pattern", o.write_pattern, "Writes what was lost, in that form");
     sub->add_option("--while-lost", o.while_lost,
-                    "The decoder while packets are missing: left alone (hold) or fed the idle pattern (idle)")
+                    "The decoder at 8000 Hz while packets are missing: left alone (hold) or fed the idle "
+                    "pattern (idle)")
         ->transform(CLI::CheckedTransformer(kWays))
         ->default_str("hold")
         ->type_name("hold|idle")
@@ -147,6 +148,9 @@ int run(int argc, char **argv) {
                  "voice_link");
     app.require_subcommand(1);
     app.set_version_flag("--version", "voice_link " + version());
+    app.footer("Signals lie in temporary files meanwhile, in $TMPDIR or else /tmp: up to five times what "
+               "goes in, at "
+               "the rate of the link.");
     app.failure_message([](const CLI::App *used, const CLI::Error &e) {
         return used->help() + "\nvoice_link: " + e.what() + "\n";
     });

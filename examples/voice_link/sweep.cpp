@@ -57,13 +57,14 @@ std::vector<Report> run_all(const SweepOptions &o, const std::string &input, con
     const Sent sent = send({input, o.channel}, o.rate, progress, 0.1);
     std::vector<Report> reports(points.size() * o.seeds);
     const double share = 0.9 / static_cast<double>(reports.size());
-    each(reports.size(), o.jobs, [&](std::size_t i) {
+    const bool well = each(reports.size(), o.jobs, [&](std::size_t i) {
         const Point &point = points[i / o.seeds];
         const auto seed = static_cast<std::uint32_t>(o.seed + i % o.seeds);
         Run run{input, "", point.loss, point.burst, o.exact, seed, point.way, ""};
         const Losses lost = losses_of(run, sent.frames);
         reports[i] = report_on("sweep", run, sent, lost, receive(sent, lost, point.way, progress, share));
     });
+    if (!well) throw FileError(input_name(input), "cannot be measured");
     return reports;
 }
 
