@@ -228,7 +228,7 @@ def _pointer(values):
 
 
 def _read_wav(path):
-    with wave.open(path) as file:
+    with open(path, "rb") as raw, wave.open(raw) as file:
         rate = file.getframerate()
         if (file.getnchannels(), file.getsampwidth()) != (1, 2) or rate not in FRAME:
             raise ValueError("not mono, 16 bits, 8000 or 16000 Hz")
@@ -246,7 +246,7 @@ def _read_trace(path):
 def _write_wav(path, samples, rate):
     part = f"{path}.{os.getpid()}.part" if os.path.isfile(path) or not os.path.exists(path) else path
     try:
-        with wave.open(part, "wb") as file:
+        with open(part, "wb") as raw, wave.open(raw, "wb") as file:
             file.setparams((1, 2, rate, 0, "NONE", None))
             file.writeframes(samples.tobytes())
         if part != path:
