@@ -136,7 +136,7 @@ exec 3<>held
 before=$(echo ./*)
 for signal in INT TERM HUP; do
     env --default-signal="$signal" "$program" decode held x.part.wav 2>/dev/null &
-    until ls x.part.wav.*.part >/dev/null 2>&1; do sleep 0.05; done
+    while kill -0 $! && ! ls x.part.wav.*.part >/dev/null 2>&1; do sleep 0.05; done
     kill -s "$signal" $!
     wait $! 2>/dev/null
     [ $? -gt 128 ] || fail "SIG$signal is not seen in the exit status"
