@@ -9,6 +9,7 @@ set(CVSD_QOR_SOURCES
   pitchtrack/tracker.cpp
   plc/construct.cpp
   plc/erased_frame.cpp
+  plc/exported.cpp
   plc/good_frame.cpp
   plc/narrowband_pitch.cpp
   plc/primitives.cpp)

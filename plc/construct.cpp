@@ -1,4 +1,5 @@
-#include "plc/block.h"
+// A block for a new stream: all zero but for what the rate gives and for start values.
+#include "plc/steps.h"
 
 #include <cstring>
 #include <new>
@@ -17,9 +18,12 @@ void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int
     b.corr_len = kCorrLen;
     b.pitch_range = pitch_max - pitch_min;
     b.corr_buf_len = b.corr_len + pitch_max;
-    b.history_len = 3 * pitch_max + b.ola_max; // three periods and the overlap before them
+    b.history_len = kPeriods * pitch_max + b.ola_max; // the longest segment and the overlap before it
 }
 
+// coarse_pitch is the previous pitch to the first search. decim_exp is the exponent of the decimated history,
+// which is silent: the largest one leaves the first frame its own. Each call writes the other two before
+// anything reads them.
 void start_tracker(Block &b) {
     b.tracker.refine_len = 1;
     b.tracker.coarse_pitch = 100;
@@ -30,21 +34,21 @@ void start_tracker(Block &b) {
 
 } // namespace
 
-std::int32_t g711plc_GetMemorySize_v2() { return G711PLC_MEMORY_SIZE; }
-
-std::int32_t g711plc_construct_v2(PlcBlock *block, std::int32_t sample_rate) {
-    Block &b =
-        *new (block) Block; // first: a fill made before the object's lifetime need not outlast its beginning
-    std::memset(block, 0, G711PLC_MEMORY_SIZE);
+std::int32_t cvsd_qor::construct(PlcBlock *memory, std::int32_t sample_rate) {
+    // Placement new comes before the fill: the compiler may drop a fill made before an object's lifetime.
+    Block &b = *new (memory) Block;
+    std::memset(memory, 0, G711PLC_MEMORY_SIZE);
     b.sample_rate = sample_rate;
     if (sample_rate == 8000) {
         set_rate(b, 30, 30, 120);
     } else if (kWideband && sample_rate == 16000) {
-        set_rate(b, 120, 40, 240);
+        set_rate(b, 120, 40, kMaxPitch);
         start_tracker(b);
     } else {
         return -1;
     }
+    // A segment of 20 zeros, until the first loss sets all four anew. Its length is that of no real pitch and
+    // is never heard.
     b.ola_len = b.pitch = b.syn_pos = b.syn_len = 20;
     b.pitch_buf_end = b.pitch_buf + b.history_len;
     b.syn_start = b.pitch_buf_end - b.syn_len;

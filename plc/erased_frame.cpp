@@ -1,8 +1,14 @@
-// A frame that was lost: repeat the last pitch period, widen the repeated segment to two and three periods on
-// the second and third lost frame, fade from the second on, and be silent from the sixth on.
+// A frame that was lost. The speech before the loss is repeated, from one pitch period to three, and fades to
+// silence:
+//
+//     lost frame            1st    2nd       3rd        4th        5th       6th and later
+//     repeated periods      1      2         3          3          3         silence
+//     gain in the frame     1      1..3/4    3/4..1/2   1/2..1/4   1/4..0
+//
+// One period repeated over and over sounds like a tone, which more periods break up.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
-#include "plc/block.h"
+#include "plc/steps.h"
 
 #include <algorithm>
 
@@ -10,59 +16,83 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Makes the end of the repeated segment run smoothly into its start.
-void close_ring(Block &b) {
-    b.syn_start = b.pitch_buf_end - b.syn_len;
-    PLC_Ola(b.last_quarter, b.syn_start - b.ola_len, b.pitch_buf_end - b.ola_len, b.ola_len);
-}
+// Frames lost before this one, from which on nothing is left: the first is not attenuated, and each after it
+// takes kGainPerLoss from a gain of 32767.
+constexpr std::int32_t kSilentAfter = 1 + 32767 / kGainPerLoss;
+static_assert(kSilentAfter == 5);
 
-void begin(Block &b, std::int16_t *frame) {
-    copy_samples(b.history, b.history_len, b.pitch_buf);
-    if (b.sample_rate == 8000) b.pitch = PLC_FindPitch_fix(wrap(b));
-    b.syn_len = b.pitch;
-    b.ola_len = std::min(b.pitch >> 2, b.ola_max);
-    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.last_quarter);
-    close_ring(b);
-    // The delayed output has not yet given out these samples: it carries the join too.
-    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.history + b.history_len - b.ola_len);
-    b.syn_pos = 0;
-    PLC_GetSynSpeech(wrap(b), frame, b.frame_len);
-}
-
-void widen(Block &b, std::int16_t *frame) {
-    const std::int32_t position = b.syn_pos;
-    PLC_GetSynSpeech(wrap(b), b.scratch, b.ola_len); // what the narrower segment would have gone on with
-    b.syn_pos = position;
-    while (b.syn_pos > b.pitch) b.syn_pos -= b.pitch;
-    b.syn_len += b.pitch;
-    close_ring(b);
-    PLC_GetSynSpeech(wrap(b), frame, b.frame_len);
-    PLC_OverlapAdds(wrap(b), b.scratch, frame, frame, b.ola_len);
-    PLC_ScaleSpeech(wrap(b), frame);
-}
-
-void go_on(Block &b, std::int16_t *frame) {
-    PLC_GetSynSpeech(wrap(b), frame, b.frame_len);
-    PLC_ScaleSpeech(wrap(b), frame);
-}
+void begin_loss(Block &b, std::int16_t *frame);
+void widen_segment(Block &b, std::int16_t *frame);
+void join_ends(Block &b);
 
 } // namespace
 
-void g711plc_dofe_v2(PlcBlock *block, std::int16_t *frame) {
-    Block &b = unwrap(block);
-    if (kWideband && b.sample_rate == 16000) {
-        PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
+void cvsd_qor::erased_frame(Block &b, std::int16_t *frame) {
+    if (is_wideband(b)) {
+        track_pitch(b);
+        // The tracker finds periods up to 321.
         b.pitch = clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
     }
     if (b.erase_count == 0) {
-        begin(b, frame);
-    } else if (b.erase_count <= 2) {
-        widen(b, frame);
-    } else if (b.erase_count <= 4) {
-        go_on(b, frame);
+        begin_loss(b, frame);
+    } else if (b.erase_count < kPeriods) {
+        widen_segment(b, frame);
+        attenuate(b, frame, b.frame_len);
+    } else if (b.erase_count < kSilentAfter) {
+        read_segment(b, frame, b.frame_len);
+        attenuate(b, frame, b.frame_len);
     } else {
         std::fill_n(frame, b.frame_len, std::int16_t{0});
     }
-    PLC_SaveSpeech(block, frame);
+    save_frame(b, frame);
     if (b.erase_count < INT32_MAX) ++b.erase_count;
 }
+
+namespace {
+
+// Repeats the last period of the history.
+void begin_loss(Block &b, std::int16_t *frame) {
+    copy_samples(b.history, b.history_len, b.pitch_buf);
+    if (!is_wideband(b)) b.pitch = find_pitch(b);
+    b.syn_len = b.pitch;
+    b.ola_len = b.pitch / 4; // at most ola_max, which is a quarter of pitch_max
+    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.last_quarter);
+    join_ends(b);
+    // The output is ola_max samples behind the history, so the newest ola_len samples of the history have not
+    // been played. They get the cross-fade too: they are followed by the segment's start.
+    copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.history + b.history_len - b.ola_len);
+    b.syn_pos = 0;
+    read_segment(b, frame, b.frame_len);
+}
+
+// Lengthens the segment by one period. The pitch is the one just tracked at 16000 Hz, so the periods of a
+// segment may differ.
+void widen_segment(Block &b, std::int16_t *frame) {
+    const std::int32_t position = b.syn_pos;
+    read_segment(b, b.scratch, b.ola_len); // what the shorter segment would have gone on with
+
+    // The longer segment is read from its first period on, the one that has not been heard in this loss, at
+    // the phase that is due. A position equal to pitch is left: it has the same phase as 0.
+    b.syn_pos = position;
+    while (b.syn_pos > b.pitch) b.syn_pos -= b.pitch;
+    b.syn_len += b.pitch;
+    join_ends(b);
+    read_segment(b, frame, b.frame_len);
+    cross_fade(b.scratch, frame, frame, b.ola_len);
+}
+
+// Makes the end of the segment run smoothly into its start:
+//
+//     pitch_buf   ...-----|=========|------------------ - - ---|=========|
+//                           ola_len  <- syn_start                ola_len  <- pitch_buf_end
+//                                   |<------------ syn_len ------------->|
+//
+// The right ===, as it was before the loss, fades out while the left === fades in, and the result stands on
+// the right. After its last sample, which is close to the last one on the left, comes the segment's start, as
+// it did in the speech.
+void join_ends(Block &b) {
+    b.syn_start = b.pitch_buf_end - b.syn_len;
+    cross_fade(b.last_quarter, b.syn_start - b.ola_len, b.pitch_buf_end - b.ola_len, b.ola_len);
+}
+
+} // namespace

@@ -1,6 +1,6 @@
-// A frame that arrived: enter it into the history and, after a loss, join it to the synthetic signal.
+// A frame that arrived. It enters the history; the first one after a loss is joined to the synthetic signal.
 #include "arith/samples.h"
-#include "plc/block.h"
+#include "plc/steps.h"
 
 #include <algorithm>
 
@@ -8,32 +8,45 @@ using namespace cvsd_qor;
 
 namespace {
 
-constexpr std::int32_t kJoinGrowth = 32; // samples for each lost frame beyond the first
+// Samples by which the cross-fade is longer for each lost frame beyond the first: the longer the loss, the
+// further the repeated pitch has moved away from the speaker's. At 8000 Hz one is more than the frame allows:
+// from two lost frames on the whole frame is cross-faded.
+constexpr std::int32_t kFadeGrowth = 32;
 
-// The first reconverge_len samples stay synthetic; a cross-fade into the received ones follows.
-void join(Block &b, std::int16_t *frame) {
-    const std::int32_t synthetic = b.reconverge_len;
-    const std::int32_t longest = b.frame_len - synthetic;
-    const std::int64_t grown = b.ola_len + kJoinGrowth * (std::int64_t{b.erase_count} - 1);
-    const auto fade = static_cast<std::int32_t>(std::min<std::int64_t>(grown, longest));
+void join(Block &b, std::int16_t *frame);
 
-    PLC_GetSynSpeech(wrap(b), b.scratch, synthetic + fade);
-    if (synthetic != 0) {
-        PLC_ScaleSpeech_Reconverge(wrap(b), b.scratch, synthetic + fade);
-        copy_samples(b.scratch, synthetic, frame);
+} // namespace
+
+void cvsd_qor::good_frame(Block &b, std::int16_t *frame) {
+    if (is_wideband(b)) {
+        b.reconverge_len = kReconverge16k; // on every good frame, though it is constant and read after a loss
+        track_pitch(b);
     }
-    PLC_OlaEnd(wrap(b), frame + synthetic, b.scratch + synthetic, fade);
+    if (b.erase_count != 0) join(b, frame);
+    save_frame(b, frame);
+}
+
+namespace {
+
+// At 16000 Hz the first 2.25 ms stay synthetic: a decoder that missed the bits of the loss needs a while to
+// converge. Then, at both rates, the synthetic signal cross-fades into the received one.
+//
+//     frame   |--- reconverge_len ---|------------ fade ------------|----------------------|
+//                   synthetic             synthetic to received             received
+void join(Block &b, std::int16_t *frame) {
+    const std::int32_t kept = b.reconverge_len;
+    const std::int64_t wanted = b.ola_len + kFadeGrowth * (std::int64_t{b.erase_count} - 1);
+    const auto fade = static_cast<std::int32_t>(std::min<std::int64_t>(wanted, b.frame_len - kept));
+
+    read_segment(b, b.scratch, kept + fade);
+    if (kept != 0) {
+        // The samples of the cross-fade are attenuated here and once more by fade_to_received. This is how
+        // the join at 16000 Hz is defined: what is left of the synthetic signal is the quieter for it.
+        attenuate(b, b.scratch, kept + fade);
+        copy_samples(b.scratch, kept, frame);
+    }
+    fade_to_received(b, frame + kept, b.scratch + kept, fade);
     b.erase_count = 0;
 }
 
 } // namespace
-
-void g711plc_addtohistory_v2(PlcBlock *block, std::int16_t *frame) {
-    Block &b = unwrap(block);
-    if (kWideband && b.sample_rate == 16000) {
-        b.reconverge_len = kReconverge16k;
-        PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
-    }
-    if (b.erase_count != 0) join(b, frame);
-    PLC_SaveSpeech(block, frame);
-}

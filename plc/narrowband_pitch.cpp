@@ -1,7 +1,7 @@
 // The pitch search at 8000 Hz: plain cross-correlation of the newest speech with earlier speech, at every
 // second lag and then beside the best one.
 #include "arith/samples.h"
-#include "plc/block.h"
+#include "plc/steps.h"
 
 #include <algorithm>
 
@@ -33,8 +33,7 @@ struct Pair {
 
 } // namespace
 
-std::int32_t PLC_FindPitch_fix(const PlcBlock *block) {
-    const Block &b = unwrap(block);
+std::int32_t cvsd_qor::find_pitch(const Block &b) {
     const std::int16_t *newest = b.pitch_buf_end - kCorrLen;
     const std::int16_t *earliest = newest - b.pitch_max;
 

@@ -1,18 +1,19 @@
-// The steps that the good-frame and the erased-frame path are made of.
+// The steps that the lost and the good frame share, in the order in which a frame passes through them.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
-#include "plc/block.h"
+#include "plc/steps.h"
 
 #include <algorithm>
 #include <cstring>
 
-using namespace cvsd_qor;
+namespace cvsd_qor {
 
 namespace {
 
 constexpr std::int32_t kUnity = 32767; // Q15
 
-// The gain at the first sample of a frame: 32767 for one lost frame, 0 from the sixth on.
+// The gain with which a frame, or the join after a loss, begins. erase_count is the number of frames lost
+// before it: 32767 for one, 24576 for two, and so on down to 3 for five and 0 for more.
 std::int32_t start_gain(std::int32_t erase_count) {
     const std::int64_t gain = kUnity - kGainPerLoss * (std::int64_t{erase_count} - 1);
     return static_cast<std::int32_t>(std::max(gain, INT64_C(0)));
@@ -27,41 +28,7 @@ void copy_frame(const std::int16_t *from, std::int16_t *to, std::int32_t frame_l
 
 } // namespace
 
-void PLC_GetSynSpeech(PlcBlock *block, std::int16_t *output, std::int32_t n) {
-    Block &b = unwrap(block);
-    while (n > 0) {
-        const std::int32_t count = std::min(b.syn_len - b.syn_pos, n);
-        copy_samples(b.syn_start + b.syn_pos, count, output);
-        b.syn_pos += count;
-        if (b.syn_pos == b.syn_len) b.syn_pos = 0;
-        output += count;
-        n -= count;
-    }
-}
-
-void PLC_SaveSpeech(PlcBlock *block, std::int16_t *frame) {
-    Block &b = unwrap(block);
-    std::int16_t *newest = b.history + b.history_len - b.frame_len;
-    copy_samples(b.history + b.frame_len, b.history_len - b.frame_len, b.history);
-    copy_frame(frame, newest, b.frame_len);
-    copy_frame(newest - b.ola_max, frame, b.frame_len);
-}
-
-void PLC_ScaleSpeech(const PlcBlock *block, std::int16_t *frame) {
-    PLC_ScaleSpeech_Reconverge(block, frame, unwrap(block).frame_len);
-}
-
-void PLC_ScaleSpeech_Reconverge(const PlcBlock *block, std::int16_t *samples, std::int32_t n) {
-    const Block &b = unwrap(block);
-    std::int32_t gain = start_gain(b.erase_count);
-    for (std::int32_t i = 0; i < n; ++i) {
-        samples[i] = static_cast<std::int16_t>(mul_q15(wrap16(gain), samples[i]));
-        gain = std::max(gain - b.atten_step, INT32_C(0));
-    }
-}
-
-[[gnu::noinline]] void PLC_Ola(const std::int16_t *left, const std::int16_t *right, std::int16_t *output,
-                               std::int32_t n) {
+void cross_fade(const std::int16_t *left, const std::int16_t *right, std::int16_t *output, std::int32_t n) {
     if (n < 1) return;
     const std::int32_t increment = kUnity / n;
     for (std::int32_t i = 0; i < n; ++i) {
@@ -72,27 +39,52 @@ void PLC_ScaleSpeech_Reconverge(const PlcBlock *block, std::int16_t *samples, st
     }
 }
 
-void PLC_OverlapAdds(const PlcBlock *block, const std::int16_t *left, const std::int16_t *right,
-                     std::int16_t *output, std::int32_t n) {
-    PLC_Ola(left, right, output, std::min(n, unwrap(block).frame_len));
-}
-
-void PLC_OlaEnd(const PlcBlock *block, std::int16_t *real, const std::int16_t *synthetic, std::int32_t n) {
-    if (n < 1) return;
-    const std::int32_t increment = kUnity / n;
-    const std::int16_t gain = wrap16(start_gain(unwrap(block).erase_count));
-    const std::int32_t decrement = mul_q15(gain, wrap16(increment));
-    const std::int32_t first = mul_q15(gain, wrap16(kUnity - increment));
-    for (std::int32_t i = 0; i < n; ++i) {
-        // Rounding makes the synthetic weight fall more slowly than the real one rises: here the sum may need
-        // its clamp.
-        real[i] = saturate16(mul_q15(wrap16((i + 1) * increment), real[i]) +
-                             mul_q15(wrap16(first - i * decrement), synthetic[i]));
+void read_segment(Block &b, std::int16_t *output, std::int32_t n) {
+    while (n > 0) {
+        // 0 in a fresh block, which begins at the segment's end.
+        const std::int32_t count = std::min(b.syn_len - b.syn_pos, n);
+        copy_samples(b.syn_start + b.syn_pos, count, output);
+        b.syn_pos += count;
+        if (b.syn_pos == b.syn_len) b.syn_pos = 0;
+        output += count;
+        n -= count;
     }
 }
 
-void plc_mem_copy(void *destination, const void *source, std::int32_t n) {
-    auto *to = static_cast<unsigned char *>(destination);
-    const auto *from = static_cast<const unsigned char *>(source);
-    for (std::int32_t i = 0; i < n; ++i) to[i] = from[i];
+// atten_step is kGainPerLoss / frame_len rounded down, so a frame begins a little below the end of the one
+// before: by 1 at 8000 Hz (30 · 273 = 8190) and by 31 at 16000 Hz (120 · 68 = 8160), a thousandth of full
+// scale.
+void attenuate(const Block &b, std::int16_t *samples, std::int32_t n) {
+    std::int32_t gain = start_gain(b.erase_count);
+    for (std::int32_t i = 0; i < n; ++i) {
+        samples[i] = static_cast<std::int16_t>(mul_q15(wrap16(gain), samples[i]));
+        gain = std::max(gain - b.atten_step, INT32_C(0));
+    }
 }
+
+// The synthetic weight, first - i · decrement, is never negative. first is floor(g · (32767 - increment) /
+// 2^15) for a gain g. What is taken from it is a whole number and at most (n - 1) · g · increment / 2^15,
+// which is not more, as n · increment <= 32767.
+//
+// Both weights together may exceed 32767, by i at most, since decrement is rounded down: so the sum is
+// limited.
+void fade_to_received(const Block &b, std::int16_t *received, const std::int16_t *synthetic, std::int32_t n) {
+    if (n < 1) return;
+    const std::int32_t increment = kUnity / n;
+    const std::int16_t gain = wrap16(start_gain(b.erase_count));
+    const std::int32_t decrement = mul_q15(gain, wrap16(increment));
+    const std::int32_t first = mul_q15(gain, wrap16(kUnity - increment));
+    for (std::int32_t i = 0; i < n; ++i) {
+        received[i] = saturate16(mul_q15(wrap16((i + 1) * increment), received[i]) +
+                                 mul_q15(wrap16(first - i * decrement), synthetic[i]));
+    }
+}
+
+void save_frame(Block &b, std::int16_t *frame) {
+    std::int16_t *newest = b.history + b.history_len - b.frame_len;
+    copy_samples(b.history + b.frame_len, b.history_len - b.frame_len, b.history);
+    copy_frame(frame, newest, b.frame_len);
+    copy_frame(newest - b.ola_max, frame, b.frame_len);
+}
+
+} // namespace cvsd_qor
