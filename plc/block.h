@@ -14,9 +14,9 @@ constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less
 constexpr std::int32_t kReconverge16k = 36; // samples
 constexpr std::int32_t kMinFrame = 30;      // samples; the frames of both rates are multiples of it
 
-constexpr std::size_t kMaxOverlap = kMaxPitch / 4; // samples; an overlap-add takes a quarter of a period
-constexpr std::size_t kMaxHistory = kPeriods * kMaxPitch + kMaxOverlap; // samples
-constexpr std::size_t kScratch = 824; // samples; the size is part of the layout, the tracker uses 251 at most
+constexpr std::size_t kMaxFade = kMaxPitch / 4; // samples: a cross-fade takes a quarter period
+constexpr std::size_t kMaxHistory = kPeriods * kMaxPitch + kMaxFade; // samples
+constexpr std::size_t kScratch = 824; // samples, fixed by the layout; the tracker's 251 are the most used
 
 // The narrowband pitch search is written for these values. The block's fields decim, corr_len and
 // corr_buf_len repeat them as part of the layout: nothing reads these fields.
@@ -39,7 +39,7 @@ struct Block {
     std::int32_t atten_step; // Q15 per sample
     std::int32_t pitch_min;
     std::int32_t pitch_max;
-    std::int32_t ola_max;      // longest overlap-add, and the delay of the output
+    std::int32_t ola_max;      // longest cross-fade, and the delay of the output
     std::int32_t decim;        // step of the narrowband pitch search: kDecim
     std::int32_t corr_len;     // its correlation window: kCorrLen
     std::int32_t pitch_range;  // its span: pitch_max - pitch_min
@@ -48,17 +48,17 @@ struct Block {
     std::int32_t sample_rate; // Hz
 
     std::int32_t erase_count; // frames lost since the last good one, without the one that is being concealed
-    std::int32_t ola_len;     // overlap-add of the current loss: a quarter of its first pitch
+    std::int32_t ola_len;     // cross-fade of the current loss: a quarter of its first pitch
     std::int32_t pitch;       // period; set when a loss begins, at 16000 Hz again on every lost frame
-    std::int32_t syn_pos;     // read position in the repeated segment, 0..syn_len; syn_len stands for 0
+    std::int32_t syn_pos;     // read position in the repeated segment, 0..syn_len; syn_len reads as 0
     std::int32_t syn_len;     // the repeated segment: the last syn_len samples of pitch_buf
 
-    std::int16_t history[kMaxHistory];      // [0..history_len-1] oldest first, with concealed frames in place
-    std::int16_t last_quarter[kMaxOverlap]; // [0..ola_len-1] the end of pitch_buf before the loss altered it
-    std::int16_t *syn_start;                // pitch_buf_end - syn_len
-    std::int16_t *pitch_buf_end;            // pitch_buf + history_len
-    std::int32_t reconverge_len;         // samples that a first good frame keeps synthetic; 0 at 8000 Hz and
-                                         // before the first good frame, which is the first to read it
+    std::int16_t history[kMaxHistory];   // [0..history_len-1] oldest first, with concealed frames in place
+    std::int16_t last_quarter[kMaxFade]; // [0..ola_len-1] the end of pitch_buf before the loss altered it
+    std::int16_t *syn_start;             // pitch_buf_end - syn_len
+    std::int16_t *pitch_buf_end;         // pitch_buf + history_len
+    std::int32_t reconverge_len;         // samples that a first good frame keeps synthetic: set by good
+                                         // frames at 16000 Hz, 0 before; 0 at 8000 Hz
     std::int16_t scratch[kScratch];      // work area of one call
     std::int16_t pitch_buf[kMaxHistory]; // [0..history_len-1] the history at the loss, its end cross-faded
     PitchTrackerState tracker;           // 16000 Hz only

@@ -18,7 +18,7 @@ void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int
     b.corr_len = kCorrLen;
     b.pitch_range = pitch_max - pitch_min;
     b.corr_buf_len = b.corr_len + pitch_max;
-    b.history_len = kPeriods * pitch_max + b.ola_max; // the longest segment and the overlap before it
+    b.history_len = kPeriods * pitch_max + b.ola_max; // the longest segment and the cross-fade before it
 }
 
 // coarse_pitch is the previous pitch to the first search. decim_exp is the exponent of the decimated history,

@@ -5,7 +5,7 @@
 //     repeated periods      1      2         3          3          3         silence
 //     gain in the frame     1      1..3/4    3/4..1/2   1/2..1/4   1/4..0
 //
-// One period repeated over and over sounds like a tone, which more periods break up.
+// One period repeated over and over sounds like a tone; a longer segment sounds less so.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
 #include "plc/steps.h"
@@ -16,10 +16,9 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Frames lost before this one, from which on nothing is left: the first is not attenuated, and each after it
-// takes kGainPerLoss from a gain of 32767.
-constexpr std::int32_t kSilentAfter = 1 + 32767 / kGainPerLoss;
-static_assert(kSilentAfter == 5);
+// Lost frames that are not silent: one that keeps its gain and as many as take the gain from 32767 to 0.
+constexpr std::int32_t kAudibleFrames = 1 + 32767 / kGainPerLoss;
+static_assert(kAudibleFrames == 5);
 
 void begin_loss(Block &b, std::int16_t *frame);
 void widen_segment(Block &b, std::int16_t *frame);
@@ -30,7 +29,7 @@ void join_ends(Block &b);
 void cvsd_qor::erased_frame(Block &b, std::int16_t *frame) {
     if (is_wideband(b)) {
         track_pitch(b);
-        // The tracker finds periods up to 321.
+        // The tracker finds periods of up to 321, the segment has room for pitch_max: a longer one is cut.
         b.pitch = clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
     }
     if (b.erase_count == 0) {
@@ -38,7 +37,7 @@ void cvsd_qor::erased_frame(Block &b, std::int16_t *frame) {
     } else if (b.erase_count < kPeriods) {
         widen_segment(b, frame);
         attenuate(b, frame, b.frame_len);
-    } else if (b.erase_count < kSilentAfter) {
+    } else if (b.erase_count < kAudibleFrames) {
         read_segment(b, frame, b.frame_len);
         attenuate(b, frame, b.frame_len);
     } else {
@@ -50,7 +49,7 @@ void cvsd_qor::erased_frame(Block &b, std::int16_t *frame) {
 
 namespace {
 
-// Repeats the last period of the history.
+// The first lost frame: repeats the last period of the history.
 void begin_loss(Block &b, std::int16_t *frame) {
     copy_samples(b.history, b.history_len, b.pitch_buf);
     if (!is_wideband(b)) b.pitch = find_pitch(b);
@@ -59,20 +58,20 @@ void begin_loss(Block &b, std::int16_t *frame) {
     copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.last_quarter);
     join_ends(b);
     // The output is ola_max samples behind the history, so the newest ola_len samples of the history have not
-    // been played. They get the cross-fade too: they are followed by the segment's start.
+    // been played yet. They are played with the cross-fade, as the segment's start follows them.
     copy_samples(b.pitch_buf_end - b.ola_len, b.ola_len, b.history + b.history_len - b.ola_len);
     b.syn_pos = 0;
     read_segment(b, frame, b.frame_len);
 }
 
-// Lengthens the segment by one period. The pitch is the one just tracked at 16000 Hz, so the periods of a
-// segment may differ.
+// The second and third: lengthens the segment by one period. At 16000 Hz that is the pitch tracked in this
+// call, so the periods of a segment may differ.
 void widen_segment(Block &b, std::int16_t *frame) {
     const std::int32_t position = b.syn_pos;
     read_segment(b, b.scratch, b.ola_len); // what the shorter segment would have gone on with
 
-    // The longer segment is read from its first period on, the one that has not been heard in this loss, at
-    // the phase that is due. A position equal to pitch is left: it has the same phase as 0.
+    // The longer segment is read within its first period, which this loss has not repeated yet, at the phase
+    // that is due. A position equal to pitch has the same phase as 0 and is left as it is.
     b.syn_pos = position;
     while (b.syn_pos > b.pitch) b.syn_pos -= b.pitch;
     b.syn_len += b.pitch;
@@ -87,9 +86,9 @@ void widen_segment(Block &b, std::int16_t *frame) {
 //                           ola_len  <- syn_start                ola_len  <- pitch_buf_end
 //                                   |<------------ syn_len ------------->|
 //
-// The right ===, as it was before the loss, fades out while the left === fades in, and the result stands on
-// the right. After its last sample, which is close to the last one on the left, comes the segment's start, as
-// it did in the speech.
+// On the right, the samples as they were before the loss (last_quarter) fade out and those on the left fade
+// in. So the segment ends like the samples before its start, and when it is read again from its start, that
+// start follows as it did in the speech.
 void join_ends(Block &b) {
     b.syn_start = b.pitch_buf_end - b.syn_len;
     cross_fade(b.last_quarter, b.syn_start - b.ola_len, b.pitch_buf_end - b.ola_len, b.ola_len);

@@ -8,9 +8,8 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Samples by which the cross-fade is longer for each lost frame beyond the first: the longer the loss, the
-// further the repeated pitch has moved away from the speaker's. At 8000 Hz one is more than the frame allows:
-// from two lost frames on the whole frame is cross-faded.
+// Samples that each lost frame beyond the first adds to the cross-fade: the longer the loss, the further the
+// repeated speech is from what was said. At 8000 Hz the first addition already makes it the whole frame.
 constexpr std::int32_t kFadeGrowth = 32;
 
 void join(Block &b, std::int16_t *frame);
@@ -19,7 +18,7 @@ void join(Block &b, std::int16_t *frame);
 
 void cvsd_qor::good_frame(Block &b, std::int16_t *frame) {
     if (is_wideband(b)) {
-        b.reconverge_len = kReconverge16k; // on every good frame, though it is constant and read after a loss
+        b.reconverge_len = kReconverge16k;
         track_pitch(b);
     }
     if (b.erase_count != 0) join(b, frame);
@@ -28,8 +27,8 @@ void cvsd_qor::good_frame(Block &b, std::int16_t *frame) {
 
 namespace {
 
-// At 16000 Hz the first 2.25 ms stay synthetic: a decoder that missed the bits of the loss needs a while to
-// converge. Then, at both rates, the synthetic signal cross-fades into the received one.
+// At 16000 Hz the first 36 samples, 2.25 ms, stay synthetic: a decoder that missed the bits of the loss takes
+// a while to converge again. Then, at both rates, the synthetic signal cross-fades into the received one.
 //
 //     frame   |--- reconverge_len ---|------------ fade ------------|----------------------|
 //                   synthetic             synthetic to received             received
@@ -40,8 +39,9 @@ void join(Block &b, std::int16_t *frame) {
 
     read_segment(b, b.scratch, kept + fade);
     if (kept != 0) {
-        // The samples of the cross-fade are attenuated here and once more by fade_to_received. This is how
-        // the join at 16000 Hz is defined: what is left of the synthetic signal is the quieter for it.
+        // The synthetic samples of the cross-fade are attenuated here and once more by fade_to_received. The
+        // join at 16000 Hz is defined so: where the cross-fade begins, the synthetic signal drops to 3/4
+        // after two lost frames, to 1/2 after three and so on.
         attenuate(b, b.scratch, kept + fade);
         copy_samples(b.scratch, kept, frame);
     }
