@@ -16,7 +16,7 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Lost frames that are not silent: one that keeps its gain and as many as take the gain from 32767 to 0.
+// Lost frames that are not silent: one at full gain, then as many as bring the gain from 32767 to 0.
 constexpr std::int32_t kAudibleFrames = 1 + 32767 / kGainPerLoss;
 static_assert(kAudibleFrames == 5);
 
@@ -29,7 +29,8 @@ void join_ends(Block &b);
 void cvsd_qor::erased_frame(Block &b, std::int16_t *frame) {
     if (is_wideband(b)) {
         track_pitch(b);
-        // The tracker finds periods of up to 321, the segment has room for pitch_max: a longer one is cut.
+        // The tracker finds periods of up to 321 samples. The buffer has room for three of pitch_max, 240: a
+        // longer period is cut.
         b.pitch = clamp<std::int32_t>(b.tracker.tracked_pitch, b.pitch_min, b.pitch_max);
     }
     if (b.erase_count == 0) {
@@ -68,7 +69,7 @@ void begin_loss(Block &b, std::int16_t *frame) {
 // call, so the periods of a segment may differ.
 void widen_segment(Block &b, std::int16_t *frame) {
     const std::int32_t position = b.syn_pos;
-    read_segment(b, b.scratch, b.ola_len); // what the shorter segment would have gone on with
+    read_segment(b, b.scratch, b.ola_len); // the continuation of the shorter segment
 
     // The longer segment is read within its first period, which this loss has not repeated yet, at the phase
     // that is due. A position equal to pitch has the same phase as 0 and is left as it is.
@@ -82,9 +83,10 @@ void widen_segment(Block &b, std::int16_t *frame) {
 
 // Makes the end of the segment run smoothly into its start:
 //
-//     pitch_buf   ...-----|=========|------------------ - - ---|=========|
-//                           ola_len  <- syn_start                ola_len  <- pitch_buf_end
-//                                   |<------------ syn_len ------------->|
+//                     ola_len                                  ola_len
+//     pitch_buf  ...---|=======|-------------- - - -----------|=======|
+//                              ^ syn_start                            ^ pitch_buf_end
+//                              |<------------- syn_len -------------->|
 //
 // On the right, the samples as they were before the loss (last_quarter) fade out and those on the left fade
 // in. So the segment ends like the samples before its start, and when it is read again from its start, that

@@ -15,8 +15,8 @@ std::int32_t construct(PlcBlock *memory, std::int32_t sample_rate);
 void erased_frame(Block &b, std::int16_t *frame);
 void good_frame(Block &b, std::int16_t *frame);
 
-// What these two are made of, in the order in which a frame passes through it. (primitives.cpp, but for the
-// pitch)
+// The steps of these two, in the order in which a frame passes through them; defined in primitives.cpp where
+// no other file is named.
 
 // The pitch at 16000 Hz, on every frame. The tracker gets the newest frame of the history. That is the frame
 // of the call before: this call's frame enters the history last. The pitch is left in b.tracker.
