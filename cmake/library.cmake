@@ -53,6 +53,10 @@ target_compile_options(cvsd_qor_objects PRIVATE
 if(CVSD_QOR_NARROWBAND_ONLY)
   target_compile_definitions(cvsd_qor_objects PRIVATE CVSD_QOR_NARROWBAND_ONLY)
 endif()
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES AND NOT CMAKE_CXX_FLAGS MATCHES "-O")
+  # In a project that names no level of optimisation: not the compiler's default, which is none.
+  target_compile_options(cvsd_qor_objects BEFORE PRIVATE -O3)
+endif()
 cvsd_qor_warnings(cvsd_qor_objects)
 
 # A library of the objects that users link as cvsd_qor::NAME, by C's linker: it has nothing to construct or to finish.

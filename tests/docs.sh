@@ -1,70 +1,100 @@
 #!/bin/sh
-# Every link of the pages, and every fenced block by its language:
-#   c        compiled; if it is a program, run. A block `text` behind it is what it prints
-#   cmake    put into a project that has the sources in cvsd_qor/ or finds the installed tree; its program is run
-#   python   run, likewise
-#   sh       run in a copy of the tree; scripts of the tree must be among those that CI runs, and are not run again here
-# What says "not run in CI", a line of sh or a block of anything else, is passed over. Blocks without a language are
-# drawings.
-# usage: docs.sh TREE PREFIX    PREFIX: the installed tree; CC, CXX and CMAKE_GENERATOR in the environment
+# Walks pages as a reader does: pastes every fenced block, in the order of the page, into one shell that starts at the
+# root of the tree with nothing in its environment but PATH and HOME. By language:
+#   sh      runs as it stands
+#   c       with a first line /* NAME.c */ is saved under that name; otherwise compiled, and run if it is a program
+#   cmake   goes into a project that has the tree in cvsd_qor/; its program is built and run
+#   python  runs
+#   text    is what the block before it prints
+# Passed over: what says "not run in CI", a line of sh or a block of anything else; a block that says "as root", for
+# other users. Blocks without a language are drawings.
+#
+# usage: docs.sh [--copy LIBRARIES] PAGE...
+#   --copy   in a copy of the tree with a HOME of its own, where build/release holds the libraries of that directory;
+#            blocks "as root" and lines that call the tree's own scripts are passed over
+# Without --copy the blocks do to this tree and this machine all that they say: they build, install and download.
 set -eu
-tree=$1
-prefix=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-export PYTHONDONTWRITEBYTECODE=1 HOME="$work" PKG_CONFIG_PATH="$prefix/lib/pkgconfig" LD_LIBRARY_PATH="$prefix/lib"
-export CMAKE_PREFIX_PATH="$prefix" CVSD_QOR_LIBRARY="$prefix/lib/libcvsd_qor.so" PYTHONPATH="$tree/examples"
-unset DESTDIR
 
-mkdir "$work/cvsd_qor"
-tar -C "$tree" --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$work/cvsd_qor" -xf -
+# In the clean shell. The block's own commands must not stop at an unset variable of theirs.
+paste() { # BLOCK...
+    set +u
+    exec 3>&1
+    trap '[ -z "$block" ] || { cat "$block.out" "$block.log"; echo "FAILED: ${block#*/blocks/}"; } >&3' EXIT
+    for block in "$@"; do
+        case $block in
+        *.sh)
+            # shellcheck disable=SC1090 # the page's
+            . "$block"
+            ;;
+        *.c) c_block ;;
+        *.cmake) cmake_block ;;
+        *.python) python3 "$block" ;;
+        *.text) diff -u "$previous.out" "$block" ;;
+        *) echo "no language that this test knows" && false ;;
+        esac >"$block.out" 2>"$block.log" </dev/null
+        previous=$block
+    done
+    block=
+}
 
-c() { # BLOCK
-    set -- "$1" -std=c99 -Wall -Wextra -pedantic -Werror -I"$prefix/include" "$1.c"
-    block=$1
-    shift
-    if grep -q 'int main(' "$block.c"; then
-        "${CC:-cc}" "$@" -o "$block" -L"$prefix/lib" -lcvsd_qor && "$block"
+c_block() {
+    name=$(sed -n '1s,^/\* \([a-z_]*\.c\) \*/$,\1,p' "$block")
+    set -- -std=c99 -Wall -Wextra -pedantic -Werror -Iinclude "$block"
+    if [ -n "$name" ]; then
+        cp "$block" "$name"
+    elif grep -q 'int main(' "$block"; then
+        cc "$@" -o "$block.program" build/release/libcvsd_qor.a
+        LD_LIBRARY_PATH=$PWD/build/release "$block.program"
     else
-        "${CC:-cc}" "$@" -c -o "$block.o"
+        cc "$@" -c -o "$block.o"
     fi
 }
 
-cmake_project() { # BLOCK
-    mkdir "$1.project"
-    ln -s "$work/cvsd_qor" "$1.project/cvsd_qor"
-    cp "$tree/examples/minimal.c" "$1.project/app.c"
+cmake_block() {
+    mkdir "$block.app"
+    ln -s "$PWD" "$block.app/cvsd_qor"
     {
-        printf 'cmake_minimum_required(VERSION 3.25)\nproject(app LANGUAGES C CXX)\nadd_executable(app app.c)\n'
-        cat "$1.cmake"
-    } >"$1.project/CMakeLists.txt"
-    cmake -S "$1.project" -B "$1.build" >/dev/null && cmake --build "$1.build" >/dev/null && "$1.build/app"
+        echo 'cmake_minimum_required(VERSION 3.25)'
+        echo 'project(app LANGUAGES C CXX)'
+        echo 'add_executable(app cvsd_qor/examples/minimal.c)'
+        cat "$block"
+    } >"$block.app/CMakeLists.txt"
+    cmake -S "$block.app" -B "$block.app/build"
+    cmake --build "$block.app/build"
+    "$block.app/build/app"
 }
 
-shell() { # BLOCK
-    sed '/not run in CI/d' "$1.sh" >"$1.run"
-    grep -oE '^(scripts|tests)/[a-z./_-]+' "$1.run" | while read -r script; do
-        grep -qF "step $script" "$tree/.ci/run" || { echo "CI does not run $script"; exit 1; }
-    done || return 1
-    sed -i -E '/^(scripts|tests)\//d' "$1.run"
-    (cd "$work/cvsd_qor" && sh -eux "$1.run")
-}
+if [ "$1" = --paste ]; then
+    shift
+    paste "$@"
+    exit
+fi
 
-run() { # BLOCK LANGUAGE
-    case $2 in
-    c) c "$1" ;;
-    cmake) cmake_project "$1" ;;
-    python) if command -v python3; then python3 "$1.python"; else echo "skipped: python3 is not installed"; fi ;;
-    sh) shell "$1" ;;
-    *) echo "a block of '$2' that is not marked as not run in CI" && return 1 ;;
-    esac
-}
+copy=
+if [ "$1" = --copy ]; then
+    copy=$2
+    shift 2
+fi
+cd "$(dirname "$0")/.."
+docs_sh=$PWD/tests/docs.sh
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+home=$HOME
+root=$([ "$(id -u)" = 0 ] && echo yes || echo no)
+pass_over='not run in CI'
+if [ -n "$copy" ]; then
+    home=$work/home
+    mkdir -p "$home" "$work/cvsd_qor/build/release"
+    tar --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$work/cvsd_qor" -xf -
+    cp "$copy"/libcvsd_qor* "$work/cvsd_qor/build/release/"
+    cd "$work/cvsd_qor"
+    root=no
+    pass_over="$pass_over|^scripts\\/"
+fi
 
-count=0
-for page in README.md CONTRIBUTING.md "$tree"/docs/*.md; do
-    page=${page#"$tree/"}
-    blocks=$work/$(basename "$page" .md)
-    mkdir "$blocks"
+for page in "$@"; do
+    blocks=$work/blocks/$page
+    mkdir -p "$blocks"
     # A block in a list is indented, and so is what is in it.
     awk -v blocks="$blocks" '
         /^ *```/ && !inside {
@@ -75,26 +105,20 @@ for page in README.md CONTRIBUTING.md "$tree"/docs/*.md; do
             next
         }
         /^ *```/ { inside = 0; close(file); next }
-        inside { print substr($0, indent) > file }' "$tree/$page"
+        inside { print substr($0, indent) > file }' "$page"
     # Links within the tree; those to headings are not looked at.
-    grep -oE '\]\([^)#:]+' "$tree/$page" | cut -c3- | while read -r link; do
-        [ -e "$tree/$(dirname "$page")/$link" ] || { echo "$page links to $link, which is not there"; exit 1; }
+    grep -oE '\]\([^)#:]+' "$page" | cut -c3- | while read -r link; do
+        [ -e "$(dirname "$page")/$link" ] || { echo "$page links to $link, which is not there"; exit 1; }
     done
-    previous=
-    for file in "$blocks"/[0-9][0-9][0-9].*; do
-        [ -e "$file" ] || continue
-        block=${file%.*}
-        language=${file##*.}
-        where="$page:$(basename "$block")"
-        if [ "$language" = text ]; then
-            diff -u "$previous.out" "$file" || { echo "$where is not what the block before it prints"; exit 1; }
-        elif [ "$language" = sh ] || ! grep -q 'not run in CI' "$file"; then
-            run "$block" "$language" >"$block.out" 2>"$block.log" ||
-                { cat "$block.out" "$block.log"; echo "$where failed"; exit 1; }
-            count=$((count + 1))
+    for block in "$blocks"/*; do
+        [ -e "$block" ] || continue
+        [ "${block%.sh}" = "$block" ] || sed -i -E "/$pass_over/d" "$block"
+        if grep -q 'not run in CI' "$block" || { [ "$root" = no ] && grep -q 'as root' "$block"; }; then
+            rm "$block"
         fi
-        previous=$block
     done
+    set -- "$blocks"/*
+    [ -e "$1" ] || continue
+    env -i PATH="$PATH" HOME="$home" sh -e "$docs_sh" --paste "$@"
+    echo "$page: $# blocks"
 done
-echo "$count blocks run"
-[ $count -gt 0 ]
