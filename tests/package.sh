@@ -9,6 +9,7 @@ cmake --preset release
 cmake --build --preset release
 rm -f $build/*.deb
 cpack --config $build/CPackConfig.cmake -B $build
+echo "Installing the package on this machine; it is removed again at the end"
 dpkg --install $build/libcvsd-qor_*.deb
 trap 'dpkg --purge libcvsd-qor' EXIT
 files=$(dpkg --listfiles libcvsd-qor | grep cvsd_qor)
