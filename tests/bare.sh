@@ -14,7 +14,7 @@ chmod 755 "$bare" # the ordinary user must get in
 # shellcheck disable=SC2016 # apt-get puts in what it means
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Codename: bookworm' | head -n 1)
 echo "Downloading a bare Debian 12 with git into $bare, for this test alone"
-debootstrap --variant=minbase --include=git bookworm "$bare" "$mirror" >"$bare.log" || { cat "$bare.log"; exit 1; }
+debootstrap --variant=minbase --include=git bookworm "$bare" ${mirror:+"$mirror"} >"$bare.log" || { cat "$bare.log"; exit 1; }
 rm "$bare.log"
 cp -a /etc/apt/apt.conf.d "$bare/etc/apt/"
 
