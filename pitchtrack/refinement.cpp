@@ -46,10 +46,8 @@ struct Segment {
 // The segment that all others are compared with, stored with its zeros.
 using Window = AlignedSamples<kMaxWindow>;
 
-Window stored(Segment segment) {
-    Window w;
+void store(Segment segment, Window &w) {
     for (int i = 0; i < kMaxWindow; ++i) w.at[i] = segment[i];
-    return w;
 }
 
 // Energy, modulo 2^32.
@@ -80,7 +78,7 @@ struct Task {
     const std::int16_t *end; // one past the newest sample
     int n;
     int first, last; // lags, kLags of them at the most
-    Window newest;
+    const Window &newest;
 };
 
 // Correlations stand in the order of their segments in memory, energies in the order in which they are
@@ -223,11 +221,13 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
         end = scaled + kSignal;
     }
 
-    const Task task{end, n, first, last, stored(Segment(end, n))};
+    Window newest;
+    store(Segment(end, n), newest);
+    const Task task{end, n, first, last, newest};
     const Best best = search(task);
 
     const std::int16_t ratio =
-        ratio_q14(sum_of_magnitudes(task.newest), sum_of_magnitudes(Segment(end - best.lag, n)));
+        ratio_q14(sum_of_magnitudes(newest), sum_of_magnitudes(Segment(end - best.lag, n)));
     const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);
