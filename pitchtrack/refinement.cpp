@@ -147,20 +147,19 @@ void correlate(const Task &t, Sums &sums) {
 // The sums as they are defined, each addition limited to 32 bits.
 [[gnu::noinline]] void correlate_saturating(const Task &t, Sums &sums) {
     const std::int16_t *segment = t.end - kMaxWindow - t.last;
-    std::fill_n(sums.corr, kVector, 0);
+    std::int32_t corr[kVector]{};
     for (int i = 0; i < kMaxWindow; ++i) {
-        for (int k = 0; k < kVector; ++k) {
-            sums.corr[k] = add_sat(sums.corr[k], mul(t.newest[i], segment[i + k]));
-        }
+        for (int k = 0; k < kVector; ++k) corr[k] = add_sat(corr[k], mul(t.newest[i], segment[i + k]));
     }
+    std::copy_n(corr, kVector, sums.corr);
 }
 
-// The terms of the first energy are not negative and their unsigned sum holds, so limiting that sum is the
-// same.
-[[gnu::cold]] void slide_energy_saturating(const Task &t, Sums &sums) {
+// Follows slide_energy(), which leaves the first energy's unsigned sum. Its terms are not negative, so
+// limiting the sum is the same as limiting each addition.
+[[gnu::noinline]] void limit_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
-    sums.energy[0] =
-        static_cast<std::int32_t>(std::min<std::uint32_t>(energy_of(Segment(segment_end, t.n)), INT32_MAX));
+    const auto first = static_cast<std::uint32_t>(sums.energy[0]);
+    sums.energy[0] = static_cast<std::int32_t>(std::min<std::uint32_t>(first, INT32_MAX));
     for (int i = 1; i <= t.last - t.first; ++i) {
         const std::int16_t leaving = segment_end[-i];
         const std::int16_t entering = segment_end[-i - t.n];
@@ -173,7 +172,7 @@ Best search(const Task &t) {
     if (is_exact(t, slide_energy(t, sums))) {
         correlate(t, sums);
     } else {
-        slide_energy_saturating(t, sums);
+        limit_energy(t, sums);
         correlate_saturating(t, sums);
     }
 
