@@ -48,8 +48,8 @@ extern "C" {
  *
  * Bit k of a stream is bit (k mod 8) of byte (k div 8), least significant first. A bit of 1 steps
  * the reconstructed signal down, 0 steps it up. Encoded silence is the byte 0xAA over and over (after
- * speech it may be 0x55, the same one bit later): the idle pattern, which is also what to decode in
- * place of bytes that did not arrive.
+ * speech it may be 0x55, the same one bit later): the idle pattern. It may be decoded in place of bytes
+ * that did not arrive; docs/integrating.md says when that is worth it.
  *
  * The codec's rate is that of its samples, one bit each: 64000 samples and bits per second on the
  * usual link.
