@@ -3,7 +3,12 @@
 #include "file.h"
 
 #include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -15,6 +20,34 @@ std::string terminal(bool svg, int width, int height) {
                 : "pngcairo size " + std::to_string(width * 3 / 2) + "," + std::to_string(height * 3 / 2) +
                       " font 'sans,14'") +
            "\nset encoding utf8\n";
+}
+
+struct Gnuplot {
+    pid_t process;
+    File output;
+};
+
+// The script is its standard input.
+Gnuplot start_gnuplot(const std::string &path, int script) {
+    int ends[2]; // of a pipe: reading, writing
+    if (pipe2(ends, O_CLOEXEC) != 0) fail(path, "cannot draw");
+    File output(fdopen(ends[0], "r"), std::fclose);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, script, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    std::string name = "gnuplot";
+    std::string no_settings = "-d"; // those of the user
+    std::array<char *, 3> arguments = {name.data(), no_settings.data(), nullptr};
+    pid_t process = 0;
+    const int error = posix_spawnp(&process, "gnuplot", &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (error == ENOENT) {
+        throw FileError(path, "cannot draw: gnuplot is not installed (Debian package gnuplot-nox)");
+    }
+    if (error != 0 || output == nullptr) throw FileError(path, "cannot draw: gnuplot does not start");
+    return {process, std::move(output)};
 }
 
 } // namespace
@@ -33,22 +66,19 @@ std::string quoted(const std::string &text) {
 std::string drawn(const std::string &path, int width, int height, const std::string &script) {
     const File file = temporary_file();
     const std::string text = terminal(suffix_of(path) == ".svg", width, height) + script;
-    if (std::fwrite(text.data(), 1, text.size(), file.get()) != text.size() || std::fflush(file.get()) != 0) {
+    if (std::fwrite(text.data(), 1, text.size(), file.get()) != text.size() ||
+        std::fseek(file.get(), 0, SEEK_SET) != 0) {
         fail("temporary file", "cannot write");
     }
-    const std::string command = "command -v gnuplot >/dev/null || exit 127; exec gnuplot -d /dev/fd/" +
-                                std::to_string(fileno(file.get()));
-    File pipe(popen(command.c_str(), "r"), pclose);
-    if (pipe == nullptr) fail(path, "cannot draw");
+    const auto [child, output] = start_gnuplot(path, fileno(file.get()));
     std::string picture;
     std::array<std::uint8_t, 65536> block{};
-    while (const std::size_t n = read_block(pipe.get(), "gnuplot", block)) {
+    while (const std::size_t n = read_block(output.get(), "gnuplot", block)) {
         picture.append(reinterpret_cast<const char *>(block.data()), n);
     }
-    const int status = pclose(pipe.release());
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 127) {
-        throw FileError(path, "cannot draw: gnuplot is not installed (Debian package gnuplot-nox)");
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0 || picture.empty()) {
+        throw FileError(path, "cannot draw: gnuplot failed");
     }
-    if (status != 0 || picture.empty()) throw FileError(path, "cannot draw: gnuplot failed");
     return picture;
 }
