@@ -126,8 +126,12 @@ if ! grep -q __asan_init "$program"; then
     prlimit --as=150000000 "$program" encode long.wav x.cvsd >report || fail "memory: $(cat report)"
     prlimit --as=150000000 "$program" link long.wav x.wav >report || fail "memory: $(cat report)"
 fi
-script -qec "'$program' encode long.wav x.cvsd" /dev/null </dev/null >screen || fail "encode on a terminal"
-grep -q '\[#* *\.*\] *[0-9]* %' screen || fail "no bar on a terminal: $(cat screen)"
+if script -qec true /dev/null </dev/null >/dev/null 2>&1; then
+    script -qec "'$program' encode long.wav x.cvsd" /dev/null </dev/null >screen || fail "encode on a terminal"
+    grep -q '\[#* *\.*\] *[0-9]* %' screen || fail "no bar on a terminal: $(cat screen)"
+else
+    echo "no pseudo-terminal here: the bar is not tested"
+fi
 rm -r long.wav seeds many
 
 # A signal ends the program in the midst of its output, by that signal, and leaves nothing.

@@ -6,9 +6,11 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <spawn.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -39,8 +41,15 @@ Gnuplot start_gnuplot(const std::string &path, int script) {
     std::string name = "gnuplot";
     std::string no_settings = "-d"; // those of the user
     std::array<char *, 3> arguments = {name.data(), no_settings.data(), nullptr};
+    std::string locale = "LC_ALL=C.UTF-8"; // in one without UTF-8 gnuplot warns
+    std::vector<char *> environment = {locale.data()};
+    for (char **variable = environ; *variable != nullptr; ++variable) {
+        if (!std::string_view(*variable).starts_with("LC_ALL=")) environment.push_back(*variable);
+    }
+    environment.push_back(nullptr);
     pid_t process = 0;
-    const int error = posix_spawnp(&process, "gnuplot", &actions, nullptr, arguments.data(), environ);
+    const int error =
+        posix_spawnp(&process, "gnuplot", &actions, nullptr, arguments.data(), environment.data());
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     if (error == ENOENT) {
