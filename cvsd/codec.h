@@ -71,8 +71,9 @@ struct Codec {
     std::int32_t accumulator; // A: kLowest..kHighest
     std::int32_t step;        // S: -1..kStepMax - kStepOffset; less only before the first sample
 
-    // A record outside its documented ranges is limited to them, so that no arithmetic below can overflow.
-    // The last four bits of the stream are the caller's.
+    // A record outside its documented ranges is limited to them, so that no arithmetic below can overflow; a
+    // step from 0 to the smallest one is taken as it is and limited with the first sample, as after Init. The
+    // last four bits of the stream are the caller's.
     explicit Codec(const CvsdState &s)
         : accumulator(clamp(s.accumulator, -kAccumulatorLimit, kAccumulatorLimit) + kLeakOffset),
           step(clamp(s.step, 0, kStepMax) - kStepOffset) {}

@@ -58,7 +58,8 @@ extern "C" {
 /*
  * The state of one direction of one stream; encoder and decoder records are alike, 12 bytes. A
  * plain record: it may be moved or copied between calls. A copy goes on from where the original
- * stood. Contents outside the ranges below are brought into them when a call begins.
+ * stood. Contents outside the ranges below are brought into them when a call begins: the accumulator
+ * and the step to the nearest value (a step below 10240 with the first sample), run_bits modulo 16.
  */
 typedef struct CvsdState {
     int32_t accumulator; /* reconstructed signal, 64 units per PCM unit      -2097151..2097151             */
@@ -165,7 +166,8 @@ CVSD_QOR_API int32_t g711plc_GetMemorySize_v2(void);
  * Prepares a block for a new stream with a silent past.
  *
  *   block        out     1 block      whatever it holds; written whole
- *   sample_rate  in      Hz           8000 or 16000; any other is refused
+ *   sample_rate  in      Hz           8000 or 16000; any other is refused, and 16000 too by a library
+ *                                     that was built with CVSD_QOR_NARROWBAND_ONLY
  *
  * Returns 0, or -1 for a rate that is refused: the block then serves for nothing but another
  * construction.

@@ -258,9 +258,12 @@ Candidates interpolate_all(const Lags &lags, const Peaks &peaks) {
 //
 // A voiced sound correlates at its period and at the multiples of it, so the strongest candidate may be a
 // multiple. In this order, each "strength" a c²/e relative to the strongest candidate's:
-//   1. A shorter candidate whose multiples are all candidates too is the period: guards against doubled
-//   pitch.
-//   2. A candidate near the previous pitch is kept: voiced pitch changes little from frame to frame.
+//   1. A candidate below half of the longest is the period if all its multiples are candidates too: guards
+//   against
+//      doubled pitch.
+//   2. A candidate near the previous pitch is kept, a shorter one if it is a sub-multiple of the strongest:
+//   voiced pitch
+//      changes little from frame to frame.
 //   3. Otherwise the strongest.
 //
 // Fractions of the strongest, Q15 unless said otherwise.

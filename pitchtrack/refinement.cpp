@@ -109,7 +109,7 @@ static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kMaxRestEnergy);
 static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 
 // Energies from lag to lag, by the sample that leaves the segment and the one that enters it. Returns the
-// largest, in full; the stored ones hold if that one fits in 32 bits.
+// largest, in full; the stored ones hold if that one is at most INT32_MAX.
 std::int64_t slide_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
     std::int64_t energy = energy_of(Segment(segment_end, t.n));

@@ -17,13 +17,13 @@ void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int
     b.decim = kDecim;
     b.corr_len = kCorrLen;
     b.pitch_range = pitch_max - pitch_min;
-    b.corr_buf_len = b.corr_len + pitch_max;
+    b.corr_buf_len = kCorrLen + pitch_max;
     b.history_len = kPeriods * pitch_max + b.ola_max; // the longest segment and the cross-fade before it
 }
 
 // coarse_pitch is the previous pitch to the first search. decim_exp is the block exponent of the decimated
-// history, which is silent: 31 is so high that the first frame's own exponent decides, unless that frame is
-// nearly silent. The tracker writes the other two before anything reads them.
+// history, which is silent: 31 is above any frame's own exponent, so the first frame's decides. The tracker
+// writes the other two before anything reads them.
 void start_tracker(Block &b) {
     b.tracker.refine_len = 1;
     b.tracker.coarse_pitch = 100;

@@ -1,4 +1,4 @@
-// The steps that the lost and the good frame share, in the order in which a frame passes through them.
+// The steps of the lost and of the good frame, in the order in which a frame passes through them.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
 #include "plc/steps.h"
@@ -52,9 +52,9 @@ void read_segment(Block &b, std::int16_t *output, std::int32_t n) {
     }
 }
 
-// atten_step is kGainPerLoss / frame_len rounded down, so a frame begins a little below the end of the one
-// before: by 1 at 8000 Hz (30 · 273 = 8190) and by 31 at 16000 Hz (120 · 68 = 8160), a thousandth of full
-// scale.
+// atten_step is kGainPerLoss / frame_len rounded down, so from the last sample of a frame to the first of the
+// next the gain falls by a little more: by 1 at 8000 Hz (30 · 273 = 8190) and by 31 at 16000 Hz (120 · 68 =
+// 8160), a thousandth of full scale.
 void attenuate(const Block &b, std::int16_t *samples, std::int32_t n) {
     std::int32_t gain = start_gain(b.erase_count);
     for (std::int32_t i = 0; i < n; ++i) {

@@ -7,7 +7,7 @@
 
 namespace cvsd_qor {
 
-// Makes a block of the memory. Returns 0, or -1 for a rate other than 8000 and 16000. (construct.cpp)
+// Makes a block of the memory. Returns 0, or -1 for a rate that is refused. (construct.cpp)
 std::int32_t construct(PlcBlock *memory, std::int32_t sample_rate);
 
 // One of these two for every frame: it was lost (erased_frame.cpp) or it arrived (good_frame.cpp). Either

@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.."
 [ "$(id -u)" = 0 ] || { echo "bare.sh: only root can make a machine in a directory" >&2; exit 1; }
 scripts/install-packages --for "making a bare Debian in a directory" debootstrap
 bare=$(mktemp -d)
-trap 'rm -rf "$bare"' EXIT
+trap 'rm -rf "$bare" "$bare.log"' EXIT
+trap 'exit 1' INT TERM HUP
 chmod 755 "$bare" # the ordinary user must get in
 
 # From where this machine gets its packages, and as it does.
