@@ -14,6 +14,7 @@ import array
 import contextlib
 import ctypes
 import functools
+import io
 import itertools
 import operator
 import os
@@ -29,7 +30,7 @@ DELAY = {8000: 30, 16000: 60}  # samples
 def _function(name, result=None):
     try:
         function = getattr(ctypes.CDLL(os.environ.get("CVSD_QOR_LIBRARY", "libcvsd_qor.so")), name)
-    except OSError as error:
+    except (AttributeError, OSError) as error:  # a library of another kind, or none
         raise OSError(f"{error}; CVSD_QOR_LIBRARY can name the library's file") from None
     function.restype = result
     return function
@@ -228,11 +229,18 @@ def _pointer(values):
 
 
 def _read_wav(path):
-    with open(path, "rb") as raw, wave.open(raw) as file:
+    with open(path, "rb") as raw:
+        content = raw.read()
+    if not content:
+        raise ValueError("is empty")
+    # Chunks begin at even bytes: a file of odd length was cut within a sample.
+    with wave.open(io.BytesIO(content[:len(content) // 2 * 2])) as file:
         rate = file.getframerate()
         if (file.getnchannels(), file.getsampwidth()) != (1, 2) or rate not in FRAME:
             raise ValueError("not mono, 16 bits, 8000 or 16000 Hz")
         samples = array.array("h", file.readframes(file.getnframes()))
+        if not samples:
+            raise ValueError("holds no sound")
         if len(samples) < file.getnframes():
             print(f"cvsd_qor.py: warning: {path}: shorter than its header says", file=sys.stderr)
         return samples, rate
@@ -269,8 +277,9 @@ def main():
         samples, rate = _read_wav(name)
         name = names.trace
         marks = itertools.cycle(_read_trace(name))
-        name = names.output
+        name = "the library"
         heard = conceal(samples, rate, itertools.islice(marks, -(-len(samples) // FRAME[rate])))
+        name = names.output
         _write_wav(name, heard, rate)
     except (EOFError, OSError, ValueError, wave.Error) as error:
         sys.exit(f"cvsd_qor.py: {name}: {getattr(error, 'strerror', None) or str(error) or 'ends too early'}")

@@ -66,7 +66,7 @@ refused() {
     text=$1
     shift
     ! python3 "$program" "$@" 2>stderr || { echo "taken: $*"; exit 1; }
-    if ! grep -qF -e "$text" stderr || [ "$(wc -l <stderr)" -ne 1 ] || [ -e out.wav ]; then
+    if ! grep -q -e "$text\$" stderr || [ "$(wc -l <stderr)" -ne 1 ] || [ -e out.wav ]; then
         cat stderr
         exit 1
     fi
@@ -78,8 +78,15 @@ refused "wrong: line 2, column 3 is neither 0 nor 1" "$speech" wrong out.wav
 refused "comment: it holds neither 0 nor 1" "$speech" comment out.wav
 refused "empty: it holds neither 0 nor 1" "$speech" empty out.wav
 refused "nowhere: No such file or directory" "$speech" nowhere out.wav
-refused "empty: ends too early" empty trace out.wav
+refused "empty: is empty" empty trace out.wav
+head -c 45 "$speech" >header
+refused "header: holds no sound" header trace out.wav
+head -c 2001 "$speech" >truncated
+python3 "$program" truncated trace short.wav 2>stderr
+grep -qx "cvsd_qor.py: warning: truncated: shorter than its header says" stderr
+[ "$(wc -c <short.wav)" -eq 2000 ]
 refused "nowhere/out.wav: No such file or directory" "$speech" trace nowhere/out.wav
-export CVSD_QOR_LIBRARY=/nowhere/libcvsd_qor.so
-refused "CVSD_QOR_LIBRARY can name the library's file" "$speech" trace out.wav
+for CVSD_QOR_LIBRARY in /nowhere/libcvsd_qor.so libc.so.6; do # none, and one without our names
+    refused "cvsd_qor.py: the library: .*; CVSD_QOR_LIBRARY can name the library's file" "$speech" trace out.wav
+done
 python3 "$program" --help | grep -q TRACE
