@@ -281,7 +281,7 @@ constexpr NormalisedCorrelation kWeakest = {INT16_MIN, 1, 0};
 // The strongest of the candidates that it is offered, the first of equals.
 struct Strongest {
     int index = -1; // of the candidate, -1 for none
-    NormalisedCorrelation record;
+    NormalisedCorrelation record = kWeakest;
 
     void offer(int j, const NormalisedCorrelation &r) {
         if (index < 0 ? beats_weakest(r) : beats(r, record)) {
