@@ -163,6 +163,10 @@ if command -v gnuplot >/dev/null; then
     expect 1 "full.svg: cannot write" sweep "$speech" full.svg --seeds 1 --loss 5 --burst 1
 fi
 
+# A standard stream that is closed gives its number to no file.
+"$program" encode short.wav closed.cvsd 2>&- >report || fail "encode without standard error"
+[ "$(wc -c <closed.cvsd)" -eq 49980 ] || fail "messages in the output: $(wc -c <closed.cvsd) bytes"
+
 # What cannot be done is said in one line and leaves no file.
 : >empty
 tail -c +45 "$wide" >headerless.pcm

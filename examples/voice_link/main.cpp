@@ -7,6 +7,8 @@
 #include "stop.h"
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -174,9 +176,21 @@ int run(int argc, char **argv) {
     return well ? 0 : 1;
 }
 
+// Where a standard stream is closed, the next file to be opened would take its number and get its text. Each
+// is opened the wrong way round, so that its use is an error.
+void fill_standard_streams() {
+    int opened = 0;
+    do {
+        const bool input_missing = fcntl(STDIN_FILENO, F_GETFD) < 0;
+        opened = open("/dev/null", input_missing ? O_WRONLY : O_RDONLY);
+    } while (opened >= 0 && opened <= STDERR_FILENO);
+    if (opened > STDERR_FILENO) close(opened);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
+    fill_standard_streams();
     catch_signals();
     try {
         return run(argc, argv);
