@@ -70,6 +70,8 @@ cat some some >twice
 "$program" link "$speech" again.wav --pattern twice >report || fail "link with a written pattern"
 grep -q 'pattern: 6032 frames, only the first 3016' report || fail "a long pattern: $(cat report)"
 cmp some.wav again.wav || fail "a written pattern does not repeat the run"
+head -c 10000 some | "$program" link "$speech" piped.wav --pattern - >report || fail "a pattern from a pipe"
+cmp some.wav piped.wav || fail "a pattern from a pipe is another one"
 "$program" link "$speech" mute.wav --pattern some --conceal mute >report
 cmp mute.wav gaps.wav || fail "--gaps"
 "$program" link "$speech" idle.wav --pattern some --while-lost idle >report

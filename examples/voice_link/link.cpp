@@ -79,9 +79,18 @@ void write_outputs(const LinkOptions &o, const Run &run, const Sent &sent, const
     if (pattern) pattern->commit();
 }
 
-Report link_one(const LinkOptions &o, const Task &task, const Sent &sent, Progress &progress, double share) {
-    Run run{task.input, task.output, o.loss, o.burst, o.exact, o.seed + task.run, o.while_lost, o.pattern};
-    const Losses lost = losses_of(run, sent.frames);
+Report link_one(const LinkOptions &o, const Task &task, const Losses &pattern, const Sent &sent,
+                Progress &progress, double share) {
+    const Run run{.input = task.input,
+                  .output = task.output,
+                  .loss = o.loss,
+                  .burst = o.burst,
+                  .exact = o.exact,
+                  .seed = o.seed + task.run,
+                  .while_lost = o.while_lost,
+                  .pattern = o.pattern,
+                  .pattern_frames = pattern.size()};
+    const Losses lost = losses_of(run, pattern, sent.frames);
     Stopwatch total;
     Heard heard;
     total.time([&] {
@@ -98,7 +107,6 @@ void check(const LinkOptions &o, const std::vector<Task> &all) {
     if (all.size() > 1 && extras) {
         throw UsageError("--gaps, --plot and --write-pattern are for one input and one seed");
     }
-    if (!o.pattern.empty()) read_pattern(o.pattern); // is it one? before any long work
     if (!o.gaps.empty()) check_wav_name(o.gaps);
 }
 
@@ -107,6 +115,7 @@ void check(const LinkOptions &o, const std::vector<Task> &all) {
 bool link(const LinkOptions &o) {
     const std::vector<Task> all = tasks(o, ".wav", o.seeds, o.seed);
     check(o, all);
+    const Losses pattern = o.pattern.empty() ? Losses() : read_pattern(o.pattern);
     const std::size_t inputs = all.size() / o.seeds;
     const std::size_t threads = std::max<std::size_t>(o.jobs / std::min<std::size_t>(o.jobs, inputs), 1);
     std::vector<Report> reports(all.size());
@@ -117,7 +126,7 @@ bool link(const LinkOptions &o) {
             const std::size_t first = input * o.seeds;
             const Sent sent = send({all[first].input, o.channel}, o.rate, progress, 0.5);
             const bool heard_all = each(o.seeds, threads, [&](std::size_t i) {
-                reports[first + i] = link_one(o, all[first + i], sent, progress, 0.5 / o.seeds);
+                reports[first + i] = link_one(o, all[first + i], pattern, sent, progress, 0.5 / o.seeds);
             });
             if (!heard_all) well = false;
         });

@@ -59,13 +59,9 @@ void put_losses(Record &record, const Run &run, const Tally &t) {
 
 } // namespace
 
-Losses losses_of(Run &run, std::size_t frames) {
-    if (run.pattern.empty()) {
-        return (run.exact ? exact_losses : random_losses)(frames, run.loss, run.burst, run.seed);
-    }
-    const Losses pattern = read_pattern(run.pattern);
-    run.pattern_frames = pattern.size();
-    return fitted(pattern, frames);
+Losses losses_of(const Run &run, const Losses &pattern, std::size_t frames) {
+    if (!pattern.empty()) return fitted(pattern, frames);
+    return (run.exact ? exact_losses : random_losses)(frames, run.loss, run.burst, run.seed);
 }
 
 const char *name_of(WhileLost way) { return way == WhileLost::hold ? "hold" : "idle"; }

@@ -10,12 +10,12 @@ struct Run {
     bool exact = false;
     std::uint32_t seed = 0;
     WhileLost while_lost = WhileLost::hold;
-    std::string pattern; // a file, in place of the five above
-    std::size_t pattern_frames = 0;
+    std::string pattern;            // a file, in place of the five above
+    std::size_t pattern_frames = 0; // that the file holds
 };
 
-// Reads the pattern if there is one.
-Losses losses_of(Run &run, std::size_t frames);
+// Random losses, or those of the pattern if it is not empty.
+Losses losses_of(const Run &run, const Losses &pattern, std::size_t frames);
 
 const char *name_of(WhileLost way);
 

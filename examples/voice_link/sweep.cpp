@@ -60,8 +60,15 @@ std::vector<Report> run_all(const SweepOptions &o, const std::string &input, con
     const bool well = each(reports.size(), o.jobs, [&](std::size_t i) {
         const Point &point = points[i / o.seeds];
         const auto seed = static_cast<std::uint32_t>(o.seed + i % o.seeds);
-        Run run{input, "", point.loss, point.burst, o.exact, seed, point.way, ""};
-        const Losses lost = losses_of(run, sent.frames);
+        const Run run{.input = input,
+                      .output = {},
+                      .loss = point.loss,
+                      .burst = point.burst,
+                      .exact = o.exact,
+                      .seed = seed,
+                      .while_lost = point.way,
+                      .pattern = {}};
+        const Losses lost = losses_of(run, {}, sent.frames);
         reports[i] = report_on("sweep", run, sent, lost, receive(sent, lost, point.way, progress, share));
     });
     if (!well) throw FileError(input_name(input), "cannot be measured");
