@@ -174,6 +174,7 @@ fi
 tail -c +45 "$wide" >headerless.pcm
 printf '0001\n01x0\n' >wrong
 rm -f stdout stderr x.wav
+cp "$speech" speech.wav
 before=$(echo ./*)
 expect 1 "nowhere.wav: cannot read" encode nowhere.wav x.cvsd
 expect 1 "empty: is empty" encode empty x.cvsd
@@ -201,7 +202,11 @@ expect 2 "must end in .svg or .png" link "$speech" x.wav --plot x.gif
 expect 2 "--burst: must be 9 or more to lose 90 %" link "$speech" x.wav --loss 90 --burst 2
 expect 2 "--rate" link "$speech" x.wav --rate 44100
 expect 2 "is an input and would be overwritten" link short.wav stereo.wav .
-expect 2 "two inputs would be written to" encode "$speech" ./"$speech" .
+expect 2 "speech.wav is an input and would be overwritten" link speech.wav speech.wav
+expect 2 "speech.wav is an input and would be overwritten" link speech.wav x.wav --gaps ./speech.wav
+expect 2 "two outputs would be written to x.wav" link speech.wav x.wav --gaps ./x.wav
+expect 2 "are for one input and one seed" link speech.wav new/ --seeds 2 --gaps gaps.wav
+expect 2 "two outputs would be written to" encode "$speech" ./"$speech" .
 rm stdout stderr
 [ "$(echo ./*)" = "$before" ] || fail "files left behind: $(echo ./*), before $before"
 for command in encode decode link sweep; do

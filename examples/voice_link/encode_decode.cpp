@@ -171,11 +171,15 @@ Report decode_one(const DecodeOptions &options, const Task &task, Progress &prog
 bool encode(const Files &options) {
     const std::vector<Task> all = tasks(options, ".cvsd");
     check_stream_name(all.front().output);
+    check_distinct({}, all, {});
+    make_folder(options, all);
     return run_tasks(options, all, encode_one);
 }
 
 bool decode(const DecodeOptions &options) {
     const std::vector<Task> all = tasks(options, ".wav");
     if (all.size() > 1 && !options.original.empty()) throw UsageError("--original is for one input");
+    check_distinct({options.original}, all, {});
+    make_folder(options, all);
     return run_tasks(options, all, decode_one);
 }

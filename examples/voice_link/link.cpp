@@ -108,6 +108,7 @@ void check(const LinkOptions &o, const std::vector<Task> &all) {
         throw UsageError("--gaps, --plot and --write-pattern are for one input and one seed");
     }
     if (!o.gaps.empty()) check_wav_name(o.gaps);
+    check_distinct({o.pattern}, all, {o.gaps, o.plot, o.write_pattern});
 }
 
 } // namespace
@@ -115,6 +116,7 @@ void check(const LinkOptions &o, const std::vector<Task> &all) {
 bool link(const LinkOptions &o) {
     const std::vector<Task> all = tasks(o, ".wav", o.seeds, o.seed);
     check(o, all);
+    make_folder(o, all);
     const Losses pattern = o.pattern.empty() ? Losses() : read_pattern(o.pattern);
     const std::size_t inputs = all.size() / o.seeds;
     const std::size_t threads = std::max<std::size_t>(o.jobs / std::min<std::size_t>(o.jobs, inputs), 1);
