@@ -159,6 +159,7 @@ if command -v gnuplot >/dev/null; then
     grep -q '</svg' curve.svg || fail "no picture of a sweep"
     [ "$(wc -l <curve.csv)" -eq 49 ] || fail "not 48 runs: $(cat curve.csv)"
     [ "$(grep -c '^| \(hold\|idle\) | [0-9]* % | [14] | [0-9.]* dB' report)" -eq 8 ] || fail "a table not of 8 rows: $(cat report)"
+    ! "$program" sweep "$speech" curve.svg --loss 5 --burst 1 --seeds 1 >/dev/full 2>stderr || fail "a table on a full disk"
     ln -s /dev/full full.svg
     rm -f x.wav
     expect 1 "full.svg: cannot write" link "$speech" x.wav --plot full.svg

@@ -65,6 +65,12 @@ std::string csv(const std::vector<Report> &reports) {
     return text;
 }
 
+void put(const std::string &text, std::FILE *to) {
+    if (std::fputs(text.c_str(), to) < 0 || std::fflush(to) != 0) {
+        fail(to == stderr ? "standard error" : "standard output", "cannot write");
+    }
+}
+
 void print(const std::vector<Report> &reports, const std::string &format, const std::string &output) {
     std::string text;
     Record records = Record::array();
@@ -76,6 +82,5 @@ void print(const std::vector<Report> &reports, const std::string &format, const 
     if (format == "csv") text = csv(reports);
     // File names may hold any bytes.
     if (format == "json") text = records.dump(2, ' ', false, Record::error_handler_t::replace) + "\n";
-    std::FILE *to = output == "-" ? stderr : stdout;
-    if (std::fputs(text.c_str(), to) < 0 || std::fflush(to) != 0) fail("standard output", "cannot write");
+    put(text, output == "-" ? stderr : stdout);
 }

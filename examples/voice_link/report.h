@@ -27,6 +27,9 @@ std::string version(); // of this program and the library
 // Reports that were never made are left out, here and below.
 std::string csv(const std::vector<Report> &reports);
 
+// Throws if not all of the text can be written.
+void put(const std::string &text, std::FILE *to);
+
 // In the format "text", "json" or "csv": to standard output, or to standard error where that is taken by an
 // output called "-".
 void print(const std::vector<Report> &reports, const std::string &format, const std::string &output);

@@ -188,7 +188,7 @@ bool sweep(const SweepOptions &o) {
     picture.commit();
     figures.commit();
     if (o.report == "text") {
-        std::fputs(table(o, points).c_str(), stdout);
+        put(table(o, points), stdout);
     } else {
         print(reports, o.report, target);
     }
