@@ -189,13 +189,15 @@ expect 1 "x.flac: cannot write: what comes out is WAV, not flac" decode a.cvsd x
 expect 1 "x.flac: cannot write: what comes out is WAV, not flac" link "$speech" x.flac
 expect 1 "x.wav: cannot write: what comes out is a bit stream, not wav" encode "$speech" x.wav
 expect 1 "wrong: not a loss pattern: line 2, column 3 is neither 0 nor 1" link "$speech" x.wav --pattern wrong
+expect 1 "nowhere/x.wav: cannot write" link empty nowhere/x.wav
 expect 1 "nowhere/x.cvsd: cannot write" encode "$speech" nowhere/x.cvsd
 expect 1 "/dev/full: cannot write" encode "$speech" /dev/full
 expect 1 "/dev/full: cannot write" decode a.cvsd /dev/full
 expect 1 "/dev/full: cannot write" link "$speech" x.wav --write-pattern /dev/full # so little that only the end fails
 expect 1 "pattern: cannot write: several outputs need a folder" encode "$speech" "$wide" pattern
 search=/nonexistent
-expect 1 "gnuplot is not installed" link "$speech" x.wav --plot x.svg
+expect 1 "gnuplot is not installed" link empty x.wav --plot x.svg # before any work
+expect 1 "gnuplot is not installed" sweep empty x.svg
 search=
 expect 2 "Usage:"
 expect 2 "Usage:" decode a.cvsd

@@ -72,6 +72,8 @@ std::string quoted(const std::string &text) {
     return "'" + result + "'";
 }
 
+void check_gnuplot(const std::string &path) { drawn(path, 100, 100, "plot x\n"); }
+
 std::string drawn(const std::string &path, int width, int height, const std::string &script) {
     const File file = temporary_file();
     const std::string text = terminal(suffix_of(path) == ".svg", width, height) + script;

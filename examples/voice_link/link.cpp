@@ -60,27 +60,39 @@ std::string picture(const LinkOptions &o, const Sent &sent, const Losses &lost, 
     return drawn(o.plot, 900, 560, waveforms(panels, o.rate, view(o, sent, shaded), shaded));
 }
 
-// All outputs of a run: the last one is complete before the first one gets its name.
-void write_outputs(const LinkOptions &o, const Run &run, const Sent &sent, const Losses &lost,
-                   const Heard &heard) {
-    WavFile wav(run.output, o.rate);
-    std::optional<WavFile> gaps;
-    std::optional<OutputFile> plot, pattern;
-    wav.write(heard.signals[treatment_of(o)]);
-    if (!o.gaps.empty()) gaps.emplace(o.gaps, o.rate).write(heard.signals[kSilent]);
-    if (!o.plot.empty()) plot.emplace(o.plot).write(picture(o, sent, lost, heard));
-    if (!o.write_pattern.empty()) pattern.emplace(o.write_pattern).write(pattern_text(lost, asked(run)));
-    if (gaps) gaps->finish();
-    if (plot) plot->finish();
-    if (pattern) pattern->finish();
-    wav.commit();
-    if (gaps) gaps->commit();
-    if (plot) plot->commit();
-    if (pattern) pattern->commit();
-}
+// All outputs of a run. They are opened before the long work, so that one that cannot be written is said at
+// once; the last one is complete before the first one gets its name.
+class Outputs {
+public:
+    Outputs(const LinkOptions &o, const std::string &output) : wav_(output, o.rate) {
+        if (!o.gaps.empty()) gaps_.emplace(o.gaps, o.rate);
+        if (!o.plot.empty()) plot_.emplace(o.plot);
+        if (!o.write_pattern.empty()) pattern_.emplace(o.write_pattern);
+        if (plot_) check_gnuplot(o.plot);
+    }
+    void write(const LinkOptions &o, const Run &run, const Sent &sent, const Losses &lost,
+               const Heard &heard) {
+        wav_.write(heard.signals[treatment_of(o)]);
+        if (gaps_) gaps_->write(heard.signals[kSilent]);
+        if (plot_) plot_->write(picture(o, sent, lost, heard));
+        if (pattern_) pattern_->write(pattern_text(lost, asked(run)));
+        if (gaps_) gaps_->finish();
+        if (plot_) plot_->finish();
+        if (pattern_) pattern_->finish();
+        wav_.commit();
+        if (gaps_) gaps_->commit();
+        if (plot_) plot_->commit();
+        if (pattern_) pattern_->commit();
+    }
 
-Report link_one(const LinkOptions &o, const Task &task, const Losses &pattern, const Sent &sent,
-                Progress &progress, double share) {
+private:
+    WavFile wav_;
+    std::optional<WavFile> gaps_;
+    std::optional<OutputFile> plot_, pattern_;
+};
+
+Report link_one(const LinkOptions &o, const Task &task, Outputs &outputs, const Losses &pattern,
+                const Sent &sent, Progress &progress, double share) {
     const Run run{.input = task.input,
                   .output = task.output,
                   .loss = o.loss,
@@ -95,7 +107,7 @@ Report link_one(const LinkOptions &o, const Task &task, const Losses &pattern, c
     Heard heard;
     total.time([&] {
         heard = receive(sent, lost, o.while_lost, progress, share);
-        write_outputs(o, run, sent, lost, heard);
+        outputs.write(o, run, sent, lost, heard);
     });
     heard.seconds = total.seconds();
     return report_on("link", run, sent, lost, heard);
@@ -126,9 +138,13 @@ bool link(const LinkOptions &o) {
         Progress progress(inputs);
         const bool sent_all = each(inputs, o.jobs, [&](std::size_t input) {
             const std::size_t first = input * o.seeds;
+            Outputs first_outputs(o, all[first].output);
             const Sent sent = send({all[first].input, o.channel}, o.rate, progress, 0.5);
             const bool heard_all = each(o.seeds, threads, [&](std::size_t i) {
-                reports[first + i] = link_one(o, all[first + i], pattern, sent, progress, 0.5 / o.seeds);
+                const Task &task = all[first + i];
+                std::optional<Outputs> own;
+                Outputs &outputs = i == 0 ? first_outputs : own.emplace(o, task.output);
+                reports[first + i] = link_one(o, task, outputs, pattern, sent, progress, 0.5 / o.seeds);
             });
             if (!heard_all) well = false;
         });

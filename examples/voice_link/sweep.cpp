@@ -170,6 +170,9 @@ bool sweep(const SweepOptions &o) {
     const std::string &target = o.names.back();
     if (!can_draw(target)) throw UsageError(target + " must end in .svg or .png");
     std::vector<Point> points = points_of(o);
+    check_gnuplot(target);
+    OutputFile picture(target);
+    OutputFile figures(std::filesystem::path(target).replace_extension(".csv").string());
     std::vector<Report> reports;
     const std::size_t inputs = o.names.size() - 1;
     {
@@ -180,13 +183,10 @@ bool sweep(const SweepOptions &o) {
             reports.insert(reports.end(), more.begin(), more.end());
         }
     }
-    OutputFile picture(target);
-    OutputFile figures(std::filesystem::path(target).replace_extension(".csv").string());
     figures.write(csv(reports));
+    figures.commit(); // the long work: kept even if the picture fails
     picture.write(drawn(target, 320 * static_cast<int>(o.bursts.size()), 400, script_of(o, points)));
-    figures.finish();
     picture.commit();
-    figures.commit();
     if (o.report == "text") {
         put(table(o, points), stdout);
     } else {
