@@ -203,6 +203,9 @@ expect 2 "Usage:"
 expect 2 "Usage:" decode a.cvsd
 expect 2 "must end in .svg or .png" link "$speech" x.wav --plot x.gif
 expect 2 "--burst: must be 9 or more to lose 90 %" link "$speech" x.wav --loss 90 --burst 2
+expect 2 "nan is not in the range [0 - 100]" link "$speech" x.wav --loss nan
+expect 2 "inf is not in the range [0 - 1000000]" link "$speech" x.wav --plot x.svg --plot-from inf
+expect 2 "nan is not in the range [1 - 1000000]" sweep "$speech" x.svg --burst 1,nan
 expect 2 "--rate" link "$speech" x.wav --rate 44100
 expect 2 "is an input and would be overwritten" link short.wav stereo.wav .
 expect 2 "speech.wav is an input and would be overwritten" link speech.wav speech.wav

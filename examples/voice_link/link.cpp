@@ -46,7 +46,7 @@ Stretch view(const LinkOptions &o, const Sent &sent, const std::vector<Stretch> 
         most = std::max(most, power);
     }
     std::size_t first = middle - std::min(middle, length / 2);
-    if (o.plot_from) first = static_cast<std::size_t>(std::min(*o.plot_from, 1e6) * o.rate);
+    if (o.plot_from) first = static_cast<std::size_t>(*o.plot_from * o.rate);
     first = std::min(first, size - length);
     return {first, first + length};
 }

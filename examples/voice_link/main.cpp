@@ -17,6 +17,17 @@ constexpr const char *kFolder = "; - for standard output; a folder for several";
 
 const std::map<std::string, WhileLost> kWays{{"hold", WhileLost::hold}, {"idle", WhileLost::idle}};
 
+// CLI::Range takes what is no number.
+CLI::Validator within(double least, double most) {
+    const std::string range = printed("[%.12g - %.12g]", least, most);
+    return {[=](const std::string &text) {
+                double x = 0;
+                const bool well = CLI::detail::lexical_cast(text, x) && x >= least && x <= most;
+                return well ? std::string() : text + " is not in the range " + range;
+            },
+            "FLOAT in " + range};
+}
+
 void add_files(CLI::App *sub, Files &o, const std::string &description) {
     sub->option_defaults()->always_capture_default();
     sub->add_option("FILES", o.names, description)
@@ -59,10 +70,10 @@ CLI::App *add_decode(CLI::App &app, DecodeOptions &o) {
 }
 
 void add_losses(CLI::App *sub, LinkOptions &o) {
-    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(CLI::Range(0.0, 100.0));
+    auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(within(0, 100));
     auto *burst = sub->add_option("--burst", o.burst,
                                   "Mean length of a loss, frames; else 2, or what so many losses need")
-                      ->check(CLI::Range(1.0, 1e6));
+                      ->check(within(1, 1e6));
     auto *seed = sub->add_option("--seed", o.seed, "Start of the random numbers");
     auto *seeds =
         sub->add_option("--seeds", o.seeds, "So many runs with seeds in ascending order; OUT is a folder")
@@ -110,10 +121,10 @@ CLI::App *add_link(CLI::App &app, LinkOptions &o) {
             ->check([](const std::string &path) { return can_draw(path) ? "" : "must end in .svg or .png"; });
     sub->add_option("--plot-from", o.plot_from,
                     "Start of the picture, seconds; else it is around a loud loss")
-        ->check(CLI::NonNegativeNumber)
+        ->check(within(0, 1e6))
         ->needs(plot);
     sub->add_option("--plot-length", o.plot_length, "Length of the picture, seconds")
-        ->check(CLI::Range(0.005, 60.0))
+        ->check(within(0.005, 60))
         ->needs(plot);
     sub->footer("Example: voice_link link speech.wav heard.wav --rate 16000 --burst 3 --plot heard.svg");
     return sub;
@@ -127,10 +138,10 @@ CLI::App *add_sweep(CLI::App &app, SweepOptions &o) {
     add_rate(sub, o);
     sub->add_option("--loss", o.losses, "Frames lost, percent; with nothing lost nothing is measured")
         ->delimiter(',')
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(within(0, 100));
     sub->add_option("--burst", o.bursts, "Mean lengths of a loss, frames")
         ->delimiter(',')
-        ->check(CLI::Range(1.0, 1e6));
+        ->check(within(1, 1e6));
     sub->add_option("--seed", o.seed, "The first seed");
     sub->add_option("--seeds", o.seeds, "Runs for each point, with seeds in ascending order")
         ->check(CLI::Range(1, 100000));
