@@ -159,6 +159,8 @@ if command -v gnuplot >/dev/null; then
     grep -q '</svg' curve.svg || fail "no picture of a sweep"
     [ "$(wc -l <curve.csv)" -eq 49 ] || fail "not 48 runs: $(cat curve.csv)"
     [ "$(grep -c '^| \(hold\|idle\) | [0-9]* % | [14] | [0-9.]* dB' report)" -eq 8 ] || fail "a table not of 8 rows: $(cat report)"
+    "$program" sweep "$speech" curve.svg --loss 60,100 --seeds 1 >report || fail "sweep of many losses"
+    [ "$(grep -c '^| \(60\|100\) % | \(1.5\|2\|5\) | [0-9.]* dB' report)" -eq 6 ] || fail "not raised: $(cat report)"
     ! "$program" sweep "$speech" curve.svg --loss 5 --burst 1 --seeds 1 >/dev/full 2>stderr || fail "a table on a full disk"
     ln -s /dev/full full.svg
     rm -f x.wav

@@ -47,6 +47,7 @@ struct LinkOptions : Files, LossOptions {
 
 struct SweepOptions : Files, LossOptions {
     std::vector<double> losses{0, 1, 2, 5, 10, 20, 30}, bursts{1, 2, 5};
+    bool bursts_set = false;
     std::vector<WhileLost> ways{WhileLost::hold};
     unsigned seeds = 8;
 };
@@ -55,4 +56,4 @@ struct SweepOptions : Files, LossOptions {
 bool encode(const Files &options);
 bool decode(const DecodeOptions &options);
 bool link(const LinkOptions &options);
-bool sweep(const SweepOptions &options);
+bool sweep(SweepOptions options);

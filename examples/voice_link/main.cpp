@@ -139,9 +139,11 @@ CLI::App *add_sweep(CLI::App &app, SweepOptions &o) {
     sub->add_option("--loss", o.losses, "Frames lost, percent; with nothing lost nothing is measured")
         ->delimiter(',')
         ->check(within(0, 100));
-    sub->add_option("--burst", o.bursts, "Mean lengths of a loss, frames")
+    sub->add_option("--burst", o.bursts,
+                    "Mean lengths of a loss, frames; else as given, or what the losses need")
         ->delimiter(',')
-        ->check(within(1, 1e6));
+        ->check(within(1, 1e6))
+        ->each([&o](const std::string &) { o.bursts_set = true; });
     sub->add_option("--seed", o.seed, "The first seed");
     sub->add_option("--seeds", o.seeds, "Runs for each point, with seeds in ascending order")
         ->check(CLI::Range(1, 100000));

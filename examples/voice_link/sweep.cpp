@@ -34,12 +34,20 @@ Spread spread(std::vector<double> values) {
     return {quantile(0.5), quantile(0.25), quantile(0.75)};
 }
 
+// Bursts that were not set become as long as all losses need. Where everything is lost any will do.
+void fit_bursts(SweepOptions &o) {
+    double needed = 1;
+    for (const double loss : o.losses) needed = std::max(needed, loss < 100 ? smallest_burst(loss) : 1);
+    for (double &burst : o.bursts) burst = std::max(burst, needed);
+    o.bursts.erase(std::unique(o.bursts.begin(), o.bursts.end()), o.bursts.end());
+}
+
 std::vector<Point> points_of(const SweepOptions &o) {
     std::vector<Point> points;
     for (const WhileLost way : o.ways) {
         for (const double burst : o.bursts) {
             for (const double loss : o.losses) {
-                if (burst < smallest_burst(loss)) {
+                if (loss < 100 && burst < smallest_burst(loss)) {
                     throw UsageError(
                         printed("--burst: %g %% cannot be lost in bursts of %g, but of %g or more", loss,
                                 burst, smallest_burst(loss)));
@@ -166,7 +174,8 @@ std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
 
 } // namespace
 
-bool sweep(const SweepOptions &o) {
+bool sweep(SweepOptions o) {
+    if (!o.bursts_set) fit_bursts(o);
     const std::string &target = o.names.back();
     if (!can_draw(target)) throw UsageError(target + " must end in .svg or .png");
     std::vector<Point> points = points_of(o);
