@@ -1,12 +1,15 @@
 #include "stop.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
 
 namespace {
 
-volatile std::sig_atomic_t noted = 0;
+// Written by a signal's handler, read by any thread.
+std::atomic<int> noted = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void note(int number) { noted = number; }
 
@@ -19,7 +22,8 @@ void catch_signals() {
         struct sigaction action {};
         if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue; // nohup
         action = {};
-        action.sa_handler = note; // without SA_RESTART: waiting for a pipe ends
+        action.sa_handler = note;                         // without SA_RESTART: waiting for a pipe ends
+        action.sa_flags = static_cast<int>(SA_RESETHAND); // the second one ends the program, wherever it is
         sigaction(number, &action, nullptr);
     }
 }

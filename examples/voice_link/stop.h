@@ -3,7 +3,7 @@
 
 struct Stopped {};
 
-// From here on SIGINT, SIGTERM and SIGHUP are only noted.
+// From here on SIGINT, SIGTERM and SIGHUP are only noted, the first time.
 void catch_signals();
 
 // Called for every block of work. Throws Stopped once a signal was noted.
