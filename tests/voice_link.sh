@@ -35,6 +35,7 @@ samples=$((($(wc -c <"$speech") - 44) / 2))
 samples=$(((samples + 29) / 30 * 30))
 "$program" encode "$speech" a.cvsd >encoded || fail "encode"
 [ "$(wc -c <a.cvsd)" -eq $samples ] || fail "the bit stream is not $samples bytes long"
+"$program" decode a.cvsd run_0.5 >report || fail "a number in a name is taken for a suffix"
 "$program" decode a.cvsd a.wav --original "$speech" >decoded || fail "decode"
 [ "$(wc -c <a.wav)" -eq $((44 + 2 * samples)) ] || fail "the decoded speech is not $samples samples long"
 less 15 "$(decibels decoded ratio)" || fail "decoded speech: $(cat decoded)"

@@ -166,18 +166,27 @@ bool is_sound(std::span<const std::uint8_t> head) {
     return std::any_of(marks.begin(), marks.end(), begins);
 }
 
+namespace {
+
+// Only these promise a format: what follows the dot of run_0.5 does not.
+bool is_sound_suffix(const std::string &suffix) {
+    const auto sounds = {".wav", ".flac", ".ogg", ".oga", ".opus", ".mp3", ".m4a",
+                         ".aif", ".aiff", ".au",  ".snd", ".caf",  ".w64", ".rf64"};
+    return std::find(sounds.begin(), sounds.end(), suffix) != sounds.end();
+}
+
+} // namespace
+
 void check_wav_name(const std::string &path) {
     const std::string suffix = suffix_of(path);
-    if (!suffix.empty() && suffix != ".wav") {
+    if (suffix != ".wav" && is_sound_suffix(suffix)) {
         throw FileError(path, "cannot write: what comes out is WAV, not " + suffix.substr(1));
     }
 }
 
 void check_stream_name(const std::string &path) {
-    const auto sounds = {".wav", ".flac", ".ogg", ".oga", ".opus", ".mp3", ".m4a",
-                         ".aif", ".aiff", ".au",  ".snd", ".caf",  ".w64", ".rf64"};
     const std::string suffix = suffix_of(path);
-    if (std::find(sounds.begin(), sounds.end(), suffix) != sounds.end()) {
+    if (is_sound_suffix(suffix)) {
         throw FileError(path, "cannot write: what comes out is a bit stream, not " + suffix.substr(1));
     }
 }

@@ -20,7 +20,7 @@ Store read_speech(const Source &source, int rate, Progress &progress, double sha
 
 // True if a file begins as one of the usual sound files does.
 bool is_sound(std::span<const std::uint8_t> head);
-// Throw FileError where the name's suffix promises anything but WAV, or a sound file for a bit stream.
+// Throw FileError where the name's suffix promises another sound format than WAV, or any for a bit stream.
 void check_wav_name(const std::string &path);
 void check_stream_name(const std::string &path);
 
