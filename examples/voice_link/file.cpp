@@ -97,8 +97,12 @@ OutputFile::OutputFile(const std::string &path)
         file_.reset(std::fopen(path.c_str(), "wb"));
     } else {
         if (fs::is_regular_file(path, ignored)) target_ = fs::canonical(path).string();
-        written_as_ = target_ + '.' + std::to_string(getpid()) + ".part";
-        file_.reset(std::fopen(written_as_.c_str(), "wbx"));
+        // Counted on where a program of this number has died and left one behind.
+        for (int i = 0; file_ == nullptr && i < 1000; ++i) {
+            written_as_ = target_ + '.' + std::to_string(getpid()) + '.' + std::to_string(i) + ".part";
+            file_.reset(std::fopen(written_as_.c_str(), "wbx"));
+            if (file_ == nullptr && errno != EEXIST) break;
+        }
         pending_ = file_ != nullptr;
     }
     if (file_ == nullptr) fail(output_name(path), "cannot write");
