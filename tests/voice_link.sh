@@ -98,6 +98,8 @@ grep -q 'aimed at 10 % in bursts of 3, lost 10.0 %: 302 frames in 101 bursts' re
 grep -q 'aimed at 99 % in bursts of 99, lost 9[0-9].' report || fail "--loss 99: $(cat report)"
 "$program" link "$speech" x.wav --loss 100 >report
 grep -q 'lost 100.0 %' report || fail "--loss 100: $(cat report)"
+"$program" link "$speech" x.wav --loss 100 --report csv >report
+! grep -q null report || fail "--loss 100 --report csv: $(cat report)"
 
 # Several files give what each gives alone. One that cannot be read does not stop the others.
 "$program" encode "$speech" empty.wav "$wide" many --jobs 3 --report json >report 2>stderr &&
@@ -132,6 +134,9 @@ fi
 if script -qec true /dev/null </dev/null >/dev/null 2>&1; then
     script -qec "'$program' encode long.wav x.cvsd" /dev/null </dev/null >screen || fail "encode on a terminal"
     grep -q '\[#* *\.*\] *[0-9]* %' screen || fail "no bar on a terminal: $(cat screen)"
+    script -qec "cat x.cvsd | '$program' decode - y.wav" /dev/null </dev/null >screen || fail "decode on a terminal"
+    ! grep -q ' left ' screen || fail "a bar for a pipe, whose length is unknown: $(cat screen)"
+    rm y.wav
 else
     echo "no pseudo-terminal here: the bar is not tested"
 fi
@@ -169,8 +174,7 @@ if command -v gnuplot >/dev/null; then
     expect 1 "full.svg: cannot write" sweep "$speech" full.svg --seeds 1 --loss 5 --burst 1
 fi
 
-# What a killed run left behind blocks no later one that gets its number. The shell's number is that of exec.
-sh -c ': >left.$$.part; exec "$0" encode "$1" left' "$program" short.wav >report 2>&1 || fail "left behind: $(cat report)"
+# What a killed run left behind blocks no later one that gets its number.
 sh -c ': >left.$$.0.part; exec "$0" encode "$1" left' "$program" short.wav >report 2>&1 || fail "left behind: $(cat report)"
 
 # A standard stream that is closed gives its number to no file.

@@ -24,7 +24,8 @@ void Sender::take(std::span<const std::int16_t> speech, Bits &bits) {
     bits.resize(old_size + pcm_.size() / 8);
     auto samples = static_cast<std::int32_t>(pcm_.size());
     auto bytes = static_cast<std::int32_t>(pcm_.size() / 8);
-    library_.time([&] { CVSD_ENC_Process(&encoder_, pcm_.data(), &samples, &bits[old_size], &bytes); });
+    library_.time(
+        [&] { CVSD_ENC_Process(&encoder_, pcm_.data(), &samples, bits.data() + old_size, &bytes); });
     pcm_.erase(pcm_.begin(), pcm_.end() - samples);
     made_ += static_cast<std::size_t>(bytes);
 }

@@ -29,7 +29,9 @@ void Progress::advance(double share) {
     const Clock::time_point now = Clock::now();
     if (!shown_ || !one.owns_lock() || now - drawn_ < std::chrono::milliseconds(100)) return;
     drawn_ = now;
-    const double part = std::clamp(done_.load() / parts_, 1e-6, 1.0);
+    constexpr double kLeast = 1e-6; // less is the share of a block where the size is unknown
+    const double part = std::min(done_.load() / parts_, 1.0);
+    if (part < kLeast) return;
     const double elapsed = std::chrono::duration<double>(now - start_).count();
     const auto left = static_cast<int>(std::min(elapsed * (1 - part) / part, 359999.0));
     const auto full = static_cast<std::size_t>(part * kWidth);

@@ -3,6 +3,7 @@
 #include "cvsd_qor.h"
 #include "file.h"
 
+#include <cmath>
 #include <cstdarg>
 
 #define TEXT_OF(x) #x
@@ -37,6 +38,7 @@ namespace {
 
 std::string csv_field(const Record &value) {
     if (value.is_null()) return "";
+    if (value.is_number_float() && !std::isfinite(value.get<double>())) return "";
     if (!value.is_string()) return value.dump();
     std::string quoted = "\"";
     for (const char c : value.get<std::string>()) quoted += c == '"' ? "\"\"" : std::string(1, c);
