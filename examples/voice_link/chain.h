@@ -25,7 +25,7 @@ constexpr std::array<Treatment, 3> kTreatments{
     {{"concealed", "concealed"}, {"last frame repeated", "repeated"}, {"silence", "silent"}}};
 enum : std::size_t { kConcealed, kRepeated, kSilent };
 
-// A file on its way, as far as it does not depend on the losses. All signals line up with the speech.
+// A file on its way: the part that does not depend on the losses. All signals line up with the speech.
 struct Sent {
     Format format{};
     Store speech;

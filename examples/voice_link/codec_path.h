@@ -14,10 +14,9 @@ constexpr int kPacket = 30; // bytes of a packet, and samples of its speech: 3.7
 // How far the filter reaches by which the receiver comes back to 8000 Hz.
 //
 // Behind a lossy channel it must be short: as long as it reaches, what stands in for a missing packet is
-// mixed into the good speech that follows, where concealment takes it for speech. Of 8 taps 8 samples of the
-// next frame are touched, and the join at the end of a loss, 7 to 30 samples, covers these. Each doubling of
-// the taps costs 1 to 2 dB (signal to noise) in the frames after a loss, and gains half a decibel where
-// nothing is lost.
+// mixed into the good speech that follows, where concealment takes it for speech. Of 8 taps at most 8 samples
+// of the next frame are touched, about as many as the shortest join at the end of a loss takes (7 of up to
+// 30). A longer filter reaches beyond the join. Where nothing is lost it is nearer to the original.
 enum class Filter {
     lossy = 0,   // 8 taps, delay 4 samples
     lossless = 4 // 64 taps, delay 32 samples

@@ -36,8 +36,8 @@ std::size_t read_block(std::FILE *file, const std::string &path, std::span<std::
 // Never empty: an empty file is an error.
 std::vector<std::uint8_t> read_file(const std::string &path);
 
-// An output file that stands under a temporary name beside its own until commit(), and is removed if that
-// never comes. What is no regular file (a device, a pipe) has no temporary name and is written as it is.
+// An output file that stands under a temporary name beside its own until commit(), otherwise removed. What is
+// no regular file (a device, a pipe) has no temporary name and is written as it is.
 class OutputFile {
 public:
     explicit OutputFile(const std::string &path);

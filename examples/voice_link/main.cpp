@@ -83,8 +83,8 @@ void add_losses(CLI::App *sub, LinkOptions &o) {
     auto *pattern =
         sub->add_option("--pattern", o.pattern,
                         "File of 0 (arrives) and 1 (lost) in place of random losses; white space "
-                        "and commas between them, comments from # to the line's end. A short one is "
-                        "begun again, of a long one the rest is left");
+                        "and commas between them, comments from # to the line's end. A short pattern "
+                        "repeats; a long one is cut.");
     for (auto *option : {loss, burst, seed, seeds, exact}) pattern->excludes(option);
     sub->add_option("--write-pattern", o.write_pattern, "Writes what was lost, in that form");
     sub->add_option("--while-lost", o.while_lost,
@@ -119,8 +119,7 @@ CLI::App *add_link(CLI::App &app, LinkOptions &o) {
     auto *plot =
         sub->add_option("--plot", o.plot, "Picture of the waveforms, .svg or .png; needs gnuplot")
             ->check([](const std::string &path) { return can_draw(path) ? "" : "must end in .svg or .png"; });
-    sub->add_option("--plot-from", o.plot_from,
-                    "Start of the picture, seconds; else it is around a loud loss")
+    sub->add_option("--plot-from", o.plot_from, "Start of the picture, seconds; default: around a loud loss")
         ->check(within(0, 1e6))
         ->needs(plot);
     sub->add_option("--plot-length", o.plot_length, "Length of the picture, seconds")
@@ -140,7 +139,7 @@ CLI::App *add_sweep(CLI::App &app, SweepOptions &o) {
         ->delimiter(',')
         ->check(within(0, 100));
     sub->add_option("--burst", o.bursts,
-                    "Mean lengths of a loss, frames; else as given, or what the losses need")
+                    "Mean lengths of a loss, frames; the default is raised to what the losses need")
         ->delimiter(',')
         ->check(within(1, 1e6))
         ->each([&o](const std::string &) { o.bursts_set = true; });
@@ -163,9 +162,9 @@ int run(int argc, char **argv) {
                  "voice_link");
     app.require_subcommand(1);
     app.set_version_flag("--version", "voice_link " + version());
-    app.footer("Signals lie in temporary files meanwhile, in $TMPDIR or else /tmp: up to five times what "
-               "goes in, at "
-               "the rate of the link.");
+    app.footer(
+        "Temporary files go to $TMPDIR, or /tmp: up to 5.5 times the samples that go in, at the rate of "
+        "the link, and three times more for each further job, or 5.5 if it has an input of its own.");
     app.failure_message([](const CLI::App *used, const CLI::Error &e) {
         return used->help() + "\nvoice_link: " + e.what() + "\n";
     });
