@@ -33,7 +33,9 @@ class Link {
     this.state = new Int32Array(memory, this.wasm.link_state(this.address), 3);
   }
 
-  delete() { this.wasm.link_delete(this.address); }
+  delete() {
+    this.wasm.link_delete(this.address);
+  }
 }
 
 // A byte for each frame, 1 where it is lost: the same losses as those of `voice_link link` with these options.

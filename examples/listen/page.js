@@ -1,30 +1,40 @@
 'use strict';
 // The page: what is played, drawn and saved, and the controls.
 
-const LONGEST = 600;        // seconds of speech that are used of a file
-const LONGEST_TAKE = 300;   // seconds that are recorded of the microphone
-const CLOSEST = 0.005;      // seconds across the pictures
-const AT_A_TIME = 12;       // milliseconds of work before the page may do other things
+const LONGEST = 600;       // seconds of speech that are used of a file
+const LONGEST_TAKE = 300;  // seconds that are recorded of the microphone
+const CLOSEST = 0.005;     // seconds across the pictures
+const AT_A_TIME = 12;      // milliseconds of work before the page may do other things
 
 const $ = (id) => document.getElementById(id);
 const rows = [...document.querySelectorAll('.row')];
 
-const settings = {rate: 16000, loss: 10, burst: 3, seed: 1, hear: 'concealed'};
+const settings = {
+  rate: 16000,
+  loss: 10,
+  burst: 3,
+  seed: 1,
+  hear: 'concealed'
+};
 const page = {
-  instance: null,     // of the WebAssembly module
-  source: null,       // name, bytes of a sound file
-  speech: null,       // at the link's rate
-  lost: null,         // a byte for each frame of the speech
-  take: null,         // what is heard: signals, outlines, states
+  instance: null,  // of the WebAssembly module
+  source: null,    // name, bytes of a sound file
+  speech: null,    // at the link's rate
+  lost: null,      // a byte for each frame of the speech
+  take: null,      // what is heard: signals, outlines, states
   view: {first: 0, last: 1},
-  position: 0,        // samples
+  position: 0,  // samples
   playing: false,
-  audio: null,        // context and player; while the microphone is on, its stream and its input to the player
+  audio: null,  // context and player; while the microphone is on, its stream and its input to the player
 };
 
 // ---- Settings, and the address that holds them
 
-const LIMITS = {loss: [0, 50], burst: [1, 10], seed: [0, 2 ** 32 - 1]};
+const LIMITS = {
+  loss: [0, 50],
+  burst: [1, 10],
+  seed: [0, 2 ** 32 - 1]
+};
 
 function readAddress() {
   const given = new URLSearchParams(location.hash.slice(1));
@@ -48,8 +58,10 @@ async function change(changes) {
   const {rate, loss, burst, seed, hear} = settings;
   history.replaceState(null, '', `#rate=${rate}&loss=${loss}&burst=${burst}&seed=${seed}&hear=${hear}`);
   if (hear !== old.hear) tell({hear: TREATMENTS.indexOf(hear)});
-  if (rate !== old.rate) await changeRate(old.rate);
-  else if (loss !== old.loss || burst !== old.burst || seed !== old.seed) await changeLosses();
+  if (rate !== old.rate)
+    await changeRate(old.rate);
+  else if (loss !== old.loss || burst !== old.burst || seed !== old.seed)
+    await changeLosses();
 }
 
 function showSettings() {
@@ -63,7 +75,8 @@ function showSettings() {
   for (const radio of document.querySelectorAll('input[name=rate]')) radio.checked = Number(radio.value) === rate;
   $('agrees').textContent = rate === 16000 ? 'this writes what is heard' : 'this has the same losses';
   const flag = {received: ' --conceal mute', repeated: ' --conceal off'}[hear] ?? '';
-  $('command').textContent = `voice_link link speech.wav heard.wav --rate ${rate} --loss ${loss} --burst ${burst} --seed ${seed}${flag}`;
+  $('command').textContent =
+      `voice_link link speech.wav heard.wav --rate ${rate} --loss ${loss} --burst ${burst} --seed ${seed}${flag}`;
   for (const row of rows) {
     const chosen = row.dataset.treatment === hear;
     row.classList.toggle('chosen', chosen);
@@ -87,7 +100,9 @@ async function setSource(source) {
   }
   if (speech.length === 0) return problem(`${source.name} holds no sound.`);
   closeMicrophone();
-  problem(speech.length === LONGEST * settings.rate ? `Only the first ${LONGEST / 60} minutes of ${source.name} are used.` : '');
+  problem(
+      speech.length === LONGEST * settings.rate ? `Only the first ${LONGEST / 60} minutes of ${source.name} are used.` :
+                                                  '');
   page.source = source;
   $('source').textContent = source.name;
   $('clip').hidden = source === page.clip;
@@ -115,7 +130,8 @@ async function changeRate(oldRate) {
   if (recording()) await keepRecording();
   await closeAudio();
   const speech = await decode(page.source.bytes, settings.rate);
-  await setSpeech(speech.slice(0, LONGEST * settings.rate), Math.min(Math.round(seconds * settings.rate), speech.length - 1));
+  await setSpeech(
+      speech.slice(0, LONGEST * settings.rate), Math.min(Math.round(seconds * settings.rate), speech.length - 1));
   if (playing) await play();
 }
 
@@ -161,7 +177,9 @@ function put(signals, link, at) {
 
 // ---- Playing
 
-function tell(message) { page.audio?.player.port.postMessage(message); }
+function tell(message) {
+  page.audio?.player.port.postMessage(message);
+}
 
 async function openAudio() {
   const context = new AudioContext({sampleRate: settings.rate});
@@ -181,7 +199,13 @@ async function makePlayer(context) {
     channelCount: 1,
     channelCountMode: 'explicit',
     processorOptions: {
-      wasm: page.wasm, rate: settings.rate, speech, lost, position, playing: true, hear: TREATMENTS.indexOf(settings.hear)
+      wasm: page.wasm,
+      rate: settings.rate,
+      speech,
+      lost,
+      position,
+      playing: true,
+      hear: TREATMENTS.indexOf(settings.hear)
     },
   });
 }
@@ -196,8 +220,10 @@ async function play() {
   page.playing = true;
   showPlaying();
   try {
-    if (!page.audio) await openAudio();
-    else tell({playing: true});
+    if (!page.audio)
+      await openAudio();
+    else
+      tell({playing: true});
     await page.audio.context.resume();
   } catch (error) {
     page.playing = false;
@@ -362,9 +388,12 @@ function showPosition() {
 }
 
 function describe(n, [number, gain, pitch]) {
-  const period = pitch > 0 ? `pitch ${(1000 * pitch / settings.rate).toFixed(1)} ms (${Math.round(settings.rate / pitch)} Hz)` : '';
+  const period = pitch > 0 ?
+      `pitch ${(1000 * pitch / settings.rate).toFixed(1)} ms (${Math.round(settings.rate / pitch)} Hz)` :
+      '';
   if (number === 0) return `Frame ${n}: arrived${period && `; ${period}`}`;
-  return `Frame ${n}: lost, number ${number} of its burst; gain at its end ${(gain / 32767).toFixed(2)}${period && `; ${period}`}`;
+  return `Frame ${n}: lost, number ${number} of its burst; gain at its end ${(gain / 32767).toFixed(2)}${
+      period && `; ${period}`}`;
 }
 
 function showCounts() {
@@ -379,10 +408,13 @@ function showCounts() {
     if (run === 1) ++bursts;
     longest = Math.max(longest, run);
   }
-  const text = `${lost.length} frames of ${1000 * frame / settings.rate} ms: ` +
-      (count === 0 ? 'none lost.' :
-                     `${count} lost (${(100 * count / lost.length).toFixed(1)} %) in ${bursts} ${bursts === 1 ? 'burst' : 'bursts'}, ` +
-               `${(count / bursts).toFixed(1)} in a row on average, ${longest} at most.`);
+  const share = (100 * count / lost.length).toFixed(1);
+  const mean = (count / bursts).toFixed(1);
+  const text = `${lost.length} frames of ${1000 * frame / settings.rate} ms. ` +
+      (count === 0 ?
+           'None is lost.' :
+           `With this seed ${count} are lost (${share} %), ${mean} in a row on average, ${longest} at most, in ` +
+               `${bursts} ${bursts === 1 ? 'burst' : 'bursts'}.`);
   if ($('counts').textContent !== text) $('counts').textContent = text;
 }
 
@@ -454,7 +486,10 @@ function handleKeys(event) {
     '=': () => zoomByKey(0.5),
     '-': () => zoomByKey(2),
     ...(button ? {} : {' ': toggle}),
-    ...(slider ? {} : {ArrowLeft: () => seek(page.position - settings.rate), ArrowRight: () => seek(page.position + settings.rate)}),
+    ...(slider ? {} : {
+      ArrowLeft: () => seek(page.position - settings.rate),
+      ArrowRight: () => seek(page.position + settings.rate)
+    }),
   };
   if (!keys[event.key] || !page.speech) return;
   event.preventDefault();
@@ -485,9 +520,11 @@ function handleControls() {
   $('microphone').onclick = () => recording() ? stop() : startMicrophone();
   $('loss').oninput = () => change({loss: Number($('loss').value)});
   $('burst').oninput = () => change({burst: Number($('burst').value)});
-  $('seed').onchange = () => change({seed: Math.min(Math.max(Math.floor(Number($('seed').value)) || 0, 0), LIMITS.seed[1])});
+  $('seed').onchange = () =>
+      change({seed: Math.min(Math.max(Math.floor(Number($('seed').value)) || 0, 0), LIMITS.seed[1])});
   $('reseed').onclick = () => change({seed: (settings.seed + 1) % 2 ** 32});
-  for (const radio of document.querySelectorAll('input[name=rate]')) radio.onchange = () => change({rate: Number(radio.value)});
+  for (const radio of document.querySelectorAll('input[name=rate]'))
+    radio.onchange = () => change({rate: Number(radio.value)});
   for (const row of rows) {
     row.querySelector('input').onchange = () => change({hear: row.dataset.treatment});
     handlePointers(row.querySelector('.view'));

@@ -5,7 +5,9 @@ const STRIDE = 128;  // samples that one entry of an outline covers
 
 // The lowest and the highest sample of each stretch of a signal, so that long signals are drawn as fast as short ones.
 class Outline {
-  constructor(samples) { this.samples = samples; }
+  constructor(samples) {
+    this.samples = samples;
+  }
 
   range(first, last) {
     if (last - first < 4 * STRIDE) return extremes(this.samples, this.samples, Math.floor(first), Math.ceil(last));

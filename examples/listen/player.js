@@ -24,8 +24,10 @@ class Player extends AudioWorkletProcessor {
   take(message) {
     const {position, ...rest} = message;
     Object.assign(this, rest);
-    if ('speech' in message) this.begin(position ?? 0);
-    else if (position !== undefined) this.next = position;  // where to go on when the sound has faded
+    if ('speech' in message)
+      this.begin(position ?? 0);
+    else if (position !== undefined)
+      this.next = position;  // where to go on when the sound has faded
   }
 
   // Starts a stream so that the sample at this position is heard next.

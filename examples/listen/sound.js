@@ -9,7 +9,8 @@ function toSample(x) {
   return rest > 0.5 || (rest === 0.5 && down % 2 !== 0) ? down + 1 : down;
 }
 
-// The samples of a 16-bit WAV file, exact, or null for anything else: browsers scale what they decode in their own ways.
+// The samples of a 16-bit WAV file, exact, or null for anything else: browsers scale what they decode in their own
+// ways.
 function readWav(bytes) {
   const view = new DataView(bytes);
   const mark = (at) => at + 8 <= view.byteLength ? view.getUint32(at) : 0;  // four letters
