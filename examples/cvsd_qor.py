@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""libcvsd_qor in Python: the codec and the concealment on sequences of samples, with the standard library alone.
+"""libcvsd_qor in Python: the codec and the concealment on sequences of samples, only with Python's standard library.
 
-As a program it loses frames of a WAV file by a trace and conceals them: cvsd_qor.py --help
+As a program it drops frames of a WAV file as a trace says, and conceals them: cvsd_qor.py --help
 
 Samples are 16-bit integers: a list or any other iterable of numbers, or an array of int16 (array.array("h"), numpy),
-which passes as a whole. Samples come back in what they came in: a list, a tuple, an array of numpy; otherwise as
-array.array("h"). Bits are bytes; an array of numpy (uint8) where the other side of the codec came in one.
+which is passed as a whole. Results have the type of the input if that is a list, a tuple or a numpy array; otherwise
+they are array.array("h"). Bits are bytes, or a numpy array (uint8) if the input of the same call is a numpy array.
 
-The shared library is looked for where the loader looks; the environment variable CVSD_QOR_LIBRARY names another file.
+The loader searches for the shared library; the environment variable CVSD_QOR_LIBRARY can name another file.
 """
 import argparse
 import array
@@ -65,7 +65,7 @@ _packed_bits = functools.partial(_packed, code="B", what="bits are bytes")
 
 
 def _like(values, result):
-    """The result, an array.array, as what came in."""
+    """The result, an array.array, in the type of the input."""
     if _is_numpy(values):
         return sys.modules["numpy"].frombuffer(result, "int16" if result.typecode == "h" else "uint8")
     if result.typecode == "B":
@@ -74,7 +74,7 @@ def _like(values, result):
 
 
 class _Codec:
-    """One direction of one stream. What does not fill a byte is kept for the next call."""
+    """One direction of one stream. Samples that do not fill a byte are kept for the next call."""
 
     def __init__(self, direction, taken, given):
         self._process = _function(f"CVSD_{direction}_Process")
@@ -147,7 +147,7 @@ class Concealment:
         if rate not in FRAME:
             raise ValueError(f"the sample rate is 8000 or 16000 Hz, not {rate}")
         size = _function("g711plc_GetMemorySize_v2", ctypes.c_int32)()
-        self._block = (ctypes.c_int64 * (size // 8))()  # aligned, and stays where it is
+        self._block = (ctypes.c_int64 * (size // 8))()  # aligned, and does not move
         _function("g711plc_construct_v2")(self._block, rate)
         self._calls = [_function("g711plc_addtohistory_v2"), _function("g711plc_dofe_v2")]
         self._latest = None
@@ -175,8 +175,8 @@ class Concealment:
 
 
 def conceal(samples, rate, lost):
-    """A whole signal, lined up with the input, with the frames concealed for which `lost` has True or 1. Where it is
-    short, the rest arrives.
+    """A whole signal, aligned with the input, in which the frames are concealed for which `lost` has True or 1. If
+    `lost` is shorter than the signal, all further frames arrive.
 
     >>> tone = [400 * abs(i % 40 - 20) - 4000 for i in range(600)]
     >>> heard = conceal(tone, 8000, [False] * 14 + [True])
@@ -233,7 +233,7 @@ def _read_wav(path):
         content = raw.read()
     if not content:
         raise ValueError("is empty")
-    # Chunks begin at even bytes: a file of odd length was cut within a sample.
+    # Chunks begin at even bytes: a file of odd length ends within a sample.
     with wave.open(io.BytesIO(content[:len(content) // 2 * 2])) as file:
         rate = file.getframerate()
         if (file.getnchannels(), file.getsampwidth()) != (1, 2) or rate not in FRAME:
@@ -266,11 +266,11 @@ def _write_wav(path, samples, rate):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Loses frames of a WAV file by a trace and conceals them.")
+    parser = argparse.ArgumentParser(description="Drops frames of a WAV file as a trace says, and conceals them.")
     parser.add_argument("input", metavar="IN.wav", help="mono, 16 bits, 8000 or 16000 Hz")
     parser.add_argument("trace", metavar="TRACE", help="a 0 for every frame that arrives, a 1 for every lost one; white "
-                        "space and commas between them, comments from # to the line's end; a short one is begun again")
-    parser.add_argument("output", metavar="OUT.wav", help="lined up with the input")
+                        "space and commas between them, comments from # to the line's end; a short trace is repeated")
+    parser.add_argument("output", metavar="OUT.wav", help="aligned with the input")
     names = parser.parse_args()
     name = names.input
     try:

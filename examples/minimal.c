@@ -1,8 +1,9 @@
 /*
- * Both services in their smallest form: a tone through the codec, and a lost frame of the tone concealed.
+ * The codec and the concealment in their smallest form: a tone goes through the codec, and a lost frame of
+ * the tone is concealed.
  *
- * The tone is a triangle wave with a period of 40 samples, so that the concealment, which repeats the last
- * period, can bring the lost frame back nearly sample by sample.
+ * The tone is a triangle wave with a period of 40 samples. The concealment repeats the last period, so it can
+ * restore nearly every sample of the lost frame.
  */
 #include "cvsd_qor.h"
 

@@ -15,20 +15,20 @@
 
 namespace {
 
-constexpr int kQuality = 8; // for files, where delay is of no account
+constexpr int kQuality = 8; // for files, where the delay does not matter
 constexpr std::size_t kBlock = 8192;
 
 using Handle = std::unique_ptr<SNDFILE, int (*)(SNDFILE *)>;
 
-// Float files may hold anything: what is no number becomes silence.
+// Files of floats may contain values that are not finite: they become silence.
 std::int16_t to_sample(float x) {
     return std::isfinite(x)
                ? static_cast<std::int16_t>(std::lrint(std::clamp(x * 32768.0F, -32768.0F, 32767.0F)))
                : std::int16_t{0};
 }
 
-// An MPEG stream has no mark at its start but 11 bits that are set, which quiet PCM has too. Taken for one
-// are the headers of layers II and III with a bit rate of the table.
+// The only mark at the start of an MPEG stream is 11 bits that are set, and quiet PCM can have these too.
+// Only headers of layers II and III with a bit rate of the table count as MPEG.
 bool is_pcm_like_mpeg(std::span<const std::uint8_t> head) {
     if (head.size() < 4 || head[0] != 0xFF || (head[1] & 0xE0) != 0xE0) return false;
     const int version = head[1] >> 3 & 3;
@@ -52,9 +52,9 @@ Handle open_sound(const File &file, const std::string &name, SF_INFO &info) {
     return handle;
 }
 
-// Frames that the header promises. libsndfile corrects the count where a file is too short, and leaves word
-// of it in its log: "data : 180910 (should be 99956)". Writers to pipes do not know the length and put in the
-// largest there is.
+// Frames that the header promises. If a file is too short, libsndfile corrects the count and notes it in its
+// log: "data : 180910 (should be 99956)". A program that writes to a pipe does not know the length and writes
+// the largest possible one.
 double promised_frames(SNDFILE *sound, const SF_INFO &info, double read) {
     std::array<char, 4096> log{};
     sf_command(sound, SFC_GET_LOG_INFO, log.data(), static_cast<int>(log.size()));
@@ -82,7 +82,7 @@ void warn_if_short(SNDFILE *sound, const SF_INFO &info, const std::string &name,
     say("warning: " + name + ": " + text.data());
 }
 
-// From a file's rate to another, lined up.
+// Converts from a file's rate to another; the output is aligned with the input.
 class Converter {
 public:
     Converter(int from, int to, const std::string &name) {
@@ -146,7 +146,7 @@ Store read_speech(const Source &source, int rate, Progress &progress, double sha
     if (sf_error(sound.get()) != SF_ERR_NO_ERROR) throw FileError(name, sf_strerror(sound.get()));
     if (read == 0) throw FileError(name, "holds no sound");
     warn_if_short(sound.get(), info, name, read);
-    // As long as the file, in proportion: silence drives the end out of the filter.
+    // The result has the duration of the file: silence pushes the end out of the filter.
     const auto length = static_cast<std::size_t>((read * rate + info.samplerate - 1) / info.samplerate);
     while (speech.size() < length) {
         Samples rest = converter.run(Samples(256, 0));
@@ -168,7 +168,7 @@ bool is_sound(std::span<const std::uint8_t> head) {
 
 namespace {
 
-// Only these promise a format: what follows the dot of run_0.5 does not.
+// Only these stand for a format; the 5 in the name run_0.5 does not.
 bool is_sound_suffix(const std::string &suffix) {
     const auto sounds = {".wav", ".flac", ".ogg", ".oga", ".opus", ".mp3", ".m4a",
                          ".aif", ".aiff", ".au",  ".snd", ".caf",  ".w64", ".rf64"};
@@ -194,7 +194,7 @@ void check_stream_name(const std::string &path) {
 struct WavFile::Open {
     std::string path;
     OutputFile output;
-    File passing{nullptr, std::fclose}; // libsndfile wants to seek, which pipes cannot
+    File passing{nullptr, std::fclose}; // temporary, as libsndfile must seek and pipes cannot
     Handle sound{nullptr, sf_close};
     sf_count_t length = 0;
 

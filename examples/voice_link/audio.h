@@ -13,25 +13,27 @@ struct Source {
     int channel = 0; // counted from 1; 0 mixes all
 };
 
-// Any file that libsndfile reads, brought to the rate. Never empty. Says where the file is shorter than its
-// header. Advances progress by the share. Hands on every block as soon as it is there, if that is wanted.
+// Reads any file that libsndfile reads, and converts it to the rate. The result is never empty. Warns if the
+// file is shorter than its header says. Advances progress by share in all. Passes each block to hand_on, if
+// set, as soon as it is ready.
 Store read_speech(const Source &source, int rate, Progress &progress, double share,
                   const std::function<void(const Samples &)> &hand_on = nullptr);
 
-// True if a file begins as one of the usual sound files does.
+// Whether a file begins like one of the usual sound files.
 bool is_sound(std::span<const std::uint8_t> head);
-// Throw FileError where the name's suffix promises another sound format than WAV, or any for a bit stream.
+// Throw FileError if the name's suffix stands for a sound format: check_wav_name for any but WAV,
+// check_stream_name for any.
 void check_wav_name(const std::string &path);
 void check_stream_name(const std::string &path);
 
-// 16-bit mono WAV, in pieces.
+// A 16-bit mono WAV file, written in pieces.
 class WavFile {
 public:
     WavFile(const std::string &path, int rate);
     ~WavFile();
     void write(std::span<const std::int16_t> samples);
     void write(const Store &signal);
-    void finish(); // complete on the disk, but not under its name yet
+    void finish(); // complete on the disk, but still under the temporary name
     void commit();
 
 private:

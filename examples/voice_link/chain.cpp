@@ -7,10 +7,10 @@
 
 namespace {
 
-constexpr std::size_t kFlush = 4;    // frames of silence behind the speech, more than any delay
+constexpr std::size_t kFlush = 4;    // frames of silence after the speech, more than any delay
 constexpr std::size_t kBlock = 1024; // frames
 
-// A signal that comes late, put into a store without its first samples.
+// Puts a delayed signal into a store without its first samples, so that it is aligned.
 class LinedUp {
 public:
     LinedUp(Store &store, int delay) : store_(store), ahead_(static_cast<std::size_t>(delay)) {}
@@ -33,7 +33,7 @@ public:
         sender_.take(speech, packets_);
         pass_on();
     }
-    // Ends with silence behind the speech. That many samples go in all.
+    // Ends the speech with silence, so that size samples are sent in all.
     void finish(std::size_t size, std::size_t length) {
         sender_.finish(size, packets_);
         pass_on();
@@ -69,7 +69,7 @@ public:
     }
     int delay() const { return bits_ ? receiver_.delay() : 0; }
     double library_seconds() const { return receiver_.library_seconds(); }
-    // What lies in the place of a lost frame is of no account.
+    // For a lost frame the samples do not matter.
     std::span<const std::int16_t> next(std::size_t i, bool lost) {
         const auto first = static_cast<std::int64_t>(i * frame_);
         if (!bits_) return speech_.at(first, frame_);
@@ -96,7 +96,7 @@ public:
     explicit Player(const Format &format) : last_(format.frame) {
         g711plc_construct_v2(&block_, format.rate);
     }
-    // Appends what is heard of the frame under each treatment.
+    // Appends what is heard of the frame with each treatment.
     void play(std::span<const std::int16_t> frame, bool lost,
               std::array<Samples, kTreatments.size()> &heard) {
         std::int16_t *concealed = append(heard[kConcealed], frame);
@@ -114,7 +114,7 @@ private:
     }
 
     PlcBlock block_;
-    Samples last_; // the last frame that arrived, at first silence
+    Samples last_; // the last frame that arrived; silence before the first
     Stopwatch library_;
 };
 
@@ -122,7 +122,7 @@ std::size_t frames_of(const Sent &sent) {
     return (sent.speech.size() + sent.format.frame - 1) / sent.format.frame;
 }
 
-// Plays all frames under all treatments, each signal into its store, lined up.
+// Plays all frames with all treatments. Each signal goes into its store, aligned.
 void play(const Sent &sent, const Losses &lost, WhileLost while_lost, Heard &heard, Progress &progress,
           double share) {
     Arrivals arrivals(sent, while_lost);

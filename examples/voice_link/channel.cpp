@@ -7,8 +7,8 @@
 
 namespace {
 
-// The generator's numbers are the same everywhere, those of the standard library's distributions are not. A
-// chance is an integer that each number is compared with.
+// The generator's numbers are the same everywhere; those of the standard library's distributions are not. So
+// a probability is an integer that is compared with each number.
 using Random = std::mt19937;
 
 std::uint64_t chance(double probability) {
@@ -28,14 +28,14 @@ double smallest_burst(double percent) {
 
 Losses random_losses(std::size_t frames, double percent, double mean_burst, std::uint32_t seed) {
     if (percent >= 100) return Losses(frames, true);
-    // In the long run as many bursts begin as end: good · begin = lost · end.
+    // In the long run the number of bursts that begin equals the number that end: good · begin = lost · end.
     const std::uint64_t end = chance(1 / mean_burst);
     const std::uint64_t begin = chance(percent / (100 - percent) / mean_burst);
 
     Random random(seed);
     Losses lost(frames);
     bool now = false;
-    std::uint64_t change = chance(percent / 100); // the first frame is like any other, not behind a good one
+    std::uint64_t change = chance(percent / 100); // for the first frame, which has none before it
     for (std::size_t i = 0; i < frames; ++i) {
         if (random() < change) now = !now;
         lost[i] = now;
@@ -50,8 +50,8 @@ Losses exact_losses(std::size_t frames, double percent, double mean_burst, std::
     auto bursts = static_cast<std::size_t>(std::llround(static_cast<double>(left) / mean_burst));
     bursts = std::min({std::max<std::size_t>(bursts, 1), left, good + 1});
 
-    // Before each good frame and behind the last there is room for one burst. The joints between lost frames
-    // are what the bursts are cut at.
+    // There is room for one burst before each good frame and after the last one. The lost frames in a row are
+    // cut into bursts at random places between two of them.
     Random random(seed);
     Losses lost;
     for (std::size_t rooms = good + 1; rooms > 0; --rooms) {

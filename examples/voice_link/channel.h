@@ -1,5 +1,5 @@
-// The channel: which frames are lost. Plain arithmetic on the numbers of one well-known generator and nothing
-// else, so that other programs can restate it: the same arguments give the same losses everywhere.
+// The channel: which frames are lost. It uses only plain arithmetic on the numbers of one well-known
+// generator, so that other programs can repeat it: the same arguments give the same losses everywhere.
 #pragma once
 
 #include <cstddef>
@@ -9,17 +9,17 @@
 
 using Losses = std::vector<bool>; // one for each frame, true where it is lost
 
-// The smallest mean burst that can lose this share of frames: between two bursts lies at least one good
-// frame. Infinite for 100.
+// The smallest mean burst length with which this share of frames can be lost, because at least one good frame
+// lies between two bursts. Infinite for 100.
 double smallest_burst(double percent);
 
-// Two states, good and lost, each with its own chance of being left after a frame. In the mean over all seeds
-// every frame is lost with the share asked for, and a burst has the length asked for: at least 1 and
+// Two states, good and lost, each with its own probability of a change after a frame. On average over all
+// seeds the share of lost frames and the length of a burst are as asked for; the length is at least 1 and
 // smallest_burst().
 Losses random_losses(std::size_t frames, double percent, double mean_burst, std::uint32_t seed);
 
-// Loses just this share of the frames, rounded to a frame, in as many bursts as come nearest to the mean
-// length. All ways to place them are equally likely.
+// Loses exactly this share of the frames, rounded to a frame, in the number of bursts that comes nearest to
+// the mean length. All ways to place the bursts are equally likely.
 Losses exact_losses(std::size_t frames, double percent, double mean_burst, std::uint32_t seed);
 
 struct Tally {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-// 80 taps at 8000 Hz. The sender's filter lies before the channel: no loss can be smeared by it.
+// 80 taps at 8000 Hz. The sender's filter lies before the channel, so it cannot mix losses into good speech.
 constexpr int kSenderQuality = 5;
 
-constexpr std::uint8_t kIdle = 0xAA; // bits 0 and 1 in turn: what silence is encoded as
+constexpr std::uint8_t kIdle = 0xAA; // bits 0 and 1 in turn: encoded silence
 
 Sender::Sender() : up_(kSpeechRate, kCodecRate, kSenderQuality) {
     up_.line_up();
@@ -14,8 +14,8 @@ Sender::Sender() : up_(kSpeechRate, kCodecRate, kSenderQuality) {
 
 void Sender::take(std::span<const std::int16_t> speech, Bits &bits) {
     up_.run(speech, pcm_);
-    // A decoded sample reflects the bits before it, which makes it one sample late: sent one sample early it
-    // lines up.
+    // A decoded sample depends on the bits before its own, so it is one sample late. It is sent one sample
+    // early to be aligned.
     if (!begun_ && !pcm_.empty()) {
         pcm_.erase(pcm_.begin());
         begun_ = true;

@@ -1,4 +1,4 @@
-// Speech at 8000 Hz over the codec, which works at 64000 Hz and one bit per sample: one byte for each sample
+// Speech at 8000 Hz over the codec, which works at 64000 Hz with one bit per sample: one byte for each sample
 // of speech.
 #pragma once
 
@@ -11,27 +11,28 @@ constexpr int kSpeechRate = 8000;
 constexpr int kCodecRate = 64000;
 constexpr int kPacket = 30; // bytes of a packet, and samples of its speech: 3.75 ms
 
-// How far the filter reaches by which the receiver comes back to 8000 Hz.
+// The length of the filter with which the receiver converts back to 8000 Hz.
 //
-// Behind a lossy channel it must be short: as long as it reaches, what stands in for a missing packet is
-// mixed into the good speech that follows, where concealment takes it for speech. Of 8 taps at most 8 samples
-// of the next frame are touched, about as many as the shortest join at the end of a loss takes (7 of up to
-// 30). A longer filter reaches beyond the join. Where nothing is lost it is nearer to the original.
+// After a lossy channel it must be short: over its length it mixes what replaces a missing packet into the
+// good speech that follows, and the concealment then uses it as speech. 8 taps affect at most 8 samples of
+// the next frame, about as many as the shortest join at the end of a loss has (7; the longest has 30). A
+// longer filter reaches beyond the join. Without losses, a longer filter gives speech nearer to the original.
 enum class Filter {
     lossy = 0,   // 8 taps, delay 4 samples
     lossless = 4 // 64 taps, delay 32 samples
 };
 
-// What the decoder does while packets are missing: nothing, or it decodes the idle pattern and settles.
+// What the decoder does while packets are missing: nothing, or it decodes the idle pattern and decays to
+// silence.
 enum class WhileLost { hold, idle };
 
-// The sending end of a stream. The packets' content lines up with the speech.
+// The sending end of a stream. The content of the packets is aligned with the speech.
 class Sender {
 public:
     Sender();
-    // Pieces of any length in; appends what is ready.
+    // Takes pieces of any length; appends the bytes that are ready.
     void take(std::span<const std::int16_t> speech, Bits &bits);
-    // Ends the stream: appends until it has that many bytes, silence behind the speech.
+    // Ends the stream: appends silence until the stream has that many bytes.
     void finish(std::size_t bytes, Bits &bits);
     double library_seconds() const { return library_.seconds(); }
 
@@ -44,13 +45,13 @@ private:
     Stopwatch library_;
 };
 
-// The receiving end of a stream: pieces of any length in, as many samples as bytes out, late by a constant
-// delay.
+// The receiving end of a stream: takes pieces of any length and gives one sample for each byte, with a
+// constant delay.
 class Receiver {
 public:
     explicit Receiver(Filter filter, WhileLost while_lost = WhileLost::hold);
     void take(std::span<const std::uint8_t> bits, Samples &speech);
-    // Stands in for bytes that did not arrive.
+    // Replaces bytes that did not arrive.
     void miss(int bytes, Samples &speech);
     int delay() const { return down_.delay(); }
     double library_seconds() const { return library_.seconds(); }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// Options that are legal one by one, but not together.
+// Options that are legal alone, but not together.
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -52,7 +52,8 @@ struct SweepOptions : Files, LossOptions {
     unsigned seeds = 8;
 };
 
-// True if all went well. What went wrong with one of several files is said on standard error by then.
+// Return true if all files were processed. An error with one of several files is then already reported on
+// standard error.
 bool encode(const Files &options);
 bool decode(const DecodeOptions &options);
 bool link(const LinkOptions &options);

@@ -15,10 +15,10 @@ constexpr double kRange = 1e-4; // 40 dB
 
 std::size_t bark_band(double hertz) { return static_cast<std::size_t>(26.81 * hertz / (1960 + hertz)); }
 
-// Levels in Bark bands of a window of a signal.
+// The levels of a window of a signal in Bark bands.
 class Spectrum {
 public:
-    // Levels below that of the power count as this.
+    // Levels below the level of floor_power are raised to it.
     Spectrum(int rate, double floor_power)
         : floor_(floor_power),
           fft_(kiss_fftr_alloc(static_cast<int>(size(rate)), 0, nullptr, nullptr), std::free),
@@ -91,10 +91,11 @@ struct Comparison {
     const Places &places;
     const std::function<void(double)> &progress;
 
-    // Around those of the lost frames that lie from first up to last.
+    // Around those lost frames that lie in first..last-1.
     Sums sums(std::size_t first, std::size_t last) const {
         const std::size_t size = Spectrum::size(rate);
-        // Expected power of one frequency: the window, of mean square 3/8, adds up the power of its samples.
+        // Expected power of one frequency: the sum of the samples' power, times 3/8, the mean square of the
+        // Hann window.
         Spectrum spectrum(rate, std::max(kRange * power * 0.375 * static_cast<double>(size), 1.0));
         Window window(original);
         std::vector<Window> windows;
@@ -102,7 +103,7 @@ struct Comparison {
 
         std::vector<double> a, b;
         Sums sums{std::vector<double>(copies.size())};
-        constexpr std::size_t kStep = 1024; // frames from one word of progress to the next
+        constexpr std::size_t kStep = 1024; // frames from one report of progress to the next
         for (std::size_t i = first; i < last; ++i) {
             if (i % kStep == 0)
                 progress(static_cast<double>(kStep) / static_cast<double>(places.lost.size()));
@@ -118,7 +119,7 @@ struct Comparison {
         return sums;
     }
 
-    // Where the window around frame i starts; none if neither it nor a neighbour is lost.
+    // Where the window around frame i starts; none if neither this frame nor a neighbour is lost.
     std::optional<std::int64_t> start(std::size_t i, std::size_t size) const {
         const Losses &lost = places.lost;
         const bool near = lost[i] || (i > 0 && lost[i - 1]) || (i + 1 < lost.size() && lost[i + 1]);
@@ -150,7 +151,7 @@ std::vector<double> spectral_distances(const Store &original, double power,
                                        std::span<const Store *const> copies, int rate, const Places &places,
                                        const std::function<void(double)> &progress) {
     const Comparison comparison{original, power, copies, rate, places, progress};
-    // Always in two halves, so that the sums are the same however many threads there are.
+    // Always in two halves, so that the sums do not depend on the number of threads.
     const std::size_t frames = places.lost.size();
     auto second = std::async(std::launch::async, [&] { return comparison.sums(frames / 2, frames); });
     Sums sums = comparison.sums(0, frames / 2);

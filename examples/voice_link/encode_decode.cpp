@@ -14,10 +14,10 @@ namespace {
 
 constexpr std::size_t kBlock = 1024 * kPacket; // bytes, and samples of speech
 
-// Decodes a whole stream; what comes out lines up with what was encoded.
+// Decodes a whole stream; the output is aligned with the speech that was encoded.
 class Decoding {
 public:
-    // Appends.
+    // Appends the decoded speech.
     void take(std::span<const std::uint8_t> bits, Samples &speech) {
         const std::size_t old_size = speech.size();
         receiver_.take(bits, speech);
@@ -60,7 +60,7 @@ Report report(const char *command, const Task &task, const Figures &f) {
     return report;
 }
 
-// Encodes, and decodes again what was encoded to tell how near it is.
+// Encodes, and decodes the result again to measure how near it is to the input.
 class Encoding {
 public:
     explicit Encoding(OutputFile &output) : output_(output) {}
@@ -115,7 +115,7 @@ Report encode_one(const Files &options, const Task &task, Progress &progress) {
     return report("encode", task, figures);
 }
 
-// Decodes to a WAV file and, to compare it, to a store.
+// Decodes to a WAV file and, for the comparison, to a store.
 Figures decode_bits(const Task &task, WavFile &output, Store *copy, Progress &progress) {
     const std::string name = input_name(task.input);
     const File input = open_input(task.input);

@@ -97,7 +97,7 @@ OutputFile::OutputFile(const std::string &path)
         file_.reset(std::fopen(path.c_str(), "wb"));
     } else {
         if (fs::is_regular_file(path, ignored)) target_ = fs::canonical(path).string();
-        // Counted on where a program of this number has died and left one behind.
+        // The next number is tried where a killed program with the same process number has left a file.
         for (int i = 0; file_ == nullptr && i < 1000; ++i) {
             written_as_ = target_ + '.' + std::to_string(getpid()) + '.' + std::to_string(i) + ".part";
             file_.reset(std::fopen(written_as_.c_str(), "wbx"));

@@ -15,29 +15,31 @@ public:
     FileError(const std::string &path, const std::string &cause) : std::runtime_error(path + ": " + cause) {}
 };
 
-// The same with the cause that errno holds, or Stopped if a signal is the cause.
+// Throws FileError with the cause from errno, or Stopped if a signal is the cause.
 [[noreturn]] void fail(const std::string &path, const std::string &what);
 
 std::string input_name(const std::string &path);
 std::string output_name(const std::string &path);
-std::string suffix_of(const std::string &path); // in small letters, with its dot; none for a bare name
+std::string suffix_of(const std::string &path); // in lower case, with its dot; empty if there is none
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 
-// A file without a name, in $TMPDIR or else the system's place for temporary files.
+// A file without a name, in $TMPDIR or the system's folder for temporary files.
 File temporary_file();
 
 File open_input(const std::string &path);
-// The same, but one that can seek: a pipe is copied to a temporary file first. Empty files are an error.
+// The same for a file that must be able to seek: a pipe is copied to a temporary file first. An empty file is
+// an error.
 File open_seekable(const std::string &path);
 double file_size(const File &file); // bytes; 0 for a pipe
-// Fills the block as far as the file goes. 0 at its end.
+// Fills the block as far as the file goes, and returns the number of bytes: 0 at the end of the file.
 std::size_t read_block(std::FILE *file, const std::string &path, std::span<std::uint8_t> block);
-// Never empty: an empty file is an error.
+// An empty file is an error.
 std::vector<std::uint8_t> read_file(const std::string &path);
 
-// An output file that stands under a temporary name beside its own until commit(), otherwise removed. What is
-// no regular file (a device, a pipe) has no temporary name and is written as it is.
+// An output file. It has a temporary name beside its own until commit(), and is removed if that is not
+// called. An output that is not a regular file (a device, a pipe) has no temporary name and is written
+// directly.
 class OutputFile {
 public:
     explicit OutputFile(const std::string &path);
@@ -49,7 +51,7 @@ public:
     void write(const std::string &text);
     int descriptor() const { return fileno(file_.get()); }
     bool can_seek() const { return pending_; }
-    void finish(); // complete on the disk, but not under its name yet
+    void finish(); // complete on the disk, but still under the temporary name
     void commit();
 
 private:

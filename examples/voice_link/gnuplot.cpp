@@ -15,7 +15,7 @@
 namespace {
 
 std::string terminal(bool svg, int width, int height) {
-    // Three pixels for two units of SVG: text stays as large beside the lines.
+    // Three pixels for two units of SVG. The font size keeps the proportion of text and lines.
     return "set terminal " +
            (svg ? "svg size " + std::to_string(width) + "," + std::to_string(height) +
                       " background 'white' font 'sans,12'"

@@ -16,7 +16,7 @@ std::size_t treatment_of(const LinkOptions &o) {
     return o.conceal == "on" ? kConcealed : o.conceal == "off" ? kRepeated : kSilent;
 }
 
-// The stretches of lost frames in the signals lined up.
+// The stretches of lost frames in the aligned signals.
 std::vector<Stretch> holes(const Sent &sent, const Losses &lost, int late) {
     std::vector<Stretch> found;
     const auto ahead = static_cast<std::size_t>(late);
@@ -29,7 +29,8 @@ std::vector<Stretch> holes(const Sent &sent, const Losses &lost, int late) {
     return found;
 }
 
-// What to look at: from where the options say, or around the loss that hides most of the speech's power.
+// The stretch to draw: from where the options say, or around the loss with the most power of the speech in
+// it.
 Stretch view(const LinkOptions &o, const Sent &sent, const std::vector<Stretch> &lost) {
     const std::size_t size = sent.speech.size();
     const auto length = std::min(static_cast<std::size_t>(o.plot_length * o.rate), size);
@@ -60,8 +61,8 @@ std::string picture(const LinkOptions &o, const Sent &sent, const Losses &lost, 
     return drawn(o.plot, 900, 560, waveforms(panels, o.rate, view(o, sent, shaded), shaded));
 }
 
-// All outputs of a run. They are opened before the long work, so that one that cannot be written is said at
-// once; the last one is complete before the first one gets its name.
+// All outputs of a run. They are opened before the long work, so that an output that cannot be written is
+// reported at once. All are complete before the first one gets its name.
 class Outputs {
 public:
     Outputs(const LinkOptions &o, const std::string &output) : wav_(output, o.rate) {

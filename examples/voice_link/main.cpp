@@ -12,12 +12,12 @@
 
 namespace {
 
-constexpr const char *kSoundIn = "Sound files, any rate; - for standard input. Then ";
-constexpr const char *kFolder = "; - for standard output; a folder for several";
+constexpr const char *kSoundIn = "IN: sound files of any rate; - for standard input. OUT: ";
+constexpr const char *kFolder = "; - for standard output, a folder for several outputs";
 
 const std::map<std::string, WhileLost> kWays{{"hold", WhileLost::hold}, {"idle", WhileLost::idle}};
 
-// CLI::Range takes what is no number.
+// CLI::Range accepts NaN.
 CLI::Validator within(double least, double most) {
     const std::string range = printed("[%.12g - %.12g]", least, most);
     return {[=](const std::string &text) {
@@ -35,7 +35,7 @@ void add_files(CLI::App *sub, Files &o, const std::string &description) {
         ->expected(2, CLI::detail::expected_max_vector_size)
         ->type_name("IN... OUT");
     sub->add_option("--jobs", o.jobs, "Threads, for several inputs or seeds")->check(CLI::Range(1, 256));
-    sub->add_option("--report", o.report, "Figures as text, json or csv: one record for each input and seed")
+    sub->add_option("--report", o.report, "Report as text, json or csv: one record for each input and seed")
         ->check(CLI::IsMember({"text", "json", "csv"}));
 }
 
@@ -53,7 +53,7 @@ CLI::Option *add_rate(CLI::App *sub, LossOptions &o) {
 
 CLI::App *add_encode(CLI::App &app, Files &o) {
     CLI::App *sub = app.add_subcommand("encode", "Encode speech to a CVSD bit stream of 64000 bit/s");
-    add_files(sub, o, std::string(kSoundIn) + "the bit stream, packets of 30 bytes" + kFolder);
+    add_files(sub, o, std::string(kSoundIn) + "a bit stream in packets of 30 bytes" + kFolder);
     add_channel(sub, o);
     sub->footer("Example: voice_link encode speech.wav speech.cvsd");
     return sub;
@@ -62,31 +62,33 @@ CLI::App *add_encode(CLI::App &app, Files &o) {
 CLI::App *add_decode(CLI::App &app, DecodeOptions &o) {
     CLI::App *sub = app.add_subcommand("decode", "Decode a CVSD bit stream to speech at 8000 Hz");
     add_files(sub, o,
-              std::string("Bit streams of any length; - for standard input. Then 16-bit mono WAV") + kFolder);
+              std::string("IN: bit streams of any length; - for standard input. OUT: 16-bit mono WAV") +
+                  kFolder);
     add_channel(sub, o);
-    sub->add_option("--original", o.original, "What was encoded, for the signal-to-noise ratio");
+    sub->add_option("--original", o.original,
+                    "The sound file that was encoded, for the signal-to-noise ratio");
     sub->footer("Example: voice_link decode speech.cvsd decoded.wav --original speech.wav");
     return sub;
 }
 
 void add_losses(CLI::App *sub, LinkOptions &o) {
     auto *loss = sub->add_option("--loss", o.loss, "Frames lost, percent")->check(within(0, 100));
-    auto *burst = sub->add_option("--burst", o.burst,
-                                  "Mean length of a loss, frames; else 2, or what so many losses need")
-                      ->check(within(1, 1e6));
-    auto *seed = sub->add_option("--seed", o.seed, "Start of the random numbers");
-    auto *seeds =
-        sub->add_option("--seeds", o.seeds, "So many runs with seeds in ascending order; OUT is a folder")
-            ->check(CLI::Range(1, 100000));
-    auto *exact = sub->add_flag(
-        "--exact", o.exact, "Lose just this share of the frames in each file, not only in the mean of many");
+    auto *burst =
+        sub->add_option("--burst", o.burst,
+                        "Mean length of a burst of losses, frames; default: 2, or more if --loss needs it")
+            ->check(within(1, 1e6));
+    auto *seed = sub->add_option("--seed", o.seed, "Seed of the random numbers");
+    auto *seeds = sub->add_option("--seeds", o.seeds, "Number of runs, with ascending seeds; OUT is a folder")
+                      ->check(CLI::Range(1, 100000));
+    auto *exact = sub->add_flag("--exact", o.exact,
+                                "Lose exactly this share of the frames in each file, not only on average");
     auto *pattern =
         sub->add_option("--pattern", o.pattern,
-                        "File of 0 (arrives) and 1 (lost) in place of random losses; white space "
-                        "and commas between them, comments from # to the line's end. A short pattern "
-                        "repeats; a long one is cut.");
+                        "File of 0 (arrives) and 1 (lost) instead of random losses; white space and "
+                        "commas may stand between them, comments go from # to the line's end. A short "
+                        "pattern repeats; a long one is cut.");
     for (auto *option : {loss, burst, seed, seeds, exact}) pattern->excludes(option);
-    sub->add_option("--write-pattern", o.write_pattern, "Writes what was lost, in that form");
+    sub->add_option("--write-pattern", o.write_pattern, "Write the losses to a file of this form");
     sub->add_option("--while-lost", o.while_lost,
                     "The decoder at 8000 Hz while packets are missing: left alone (hold) or fed the idle "
                     "pattern (idle)")
@@ -98,9 +100,10 @@ void add_losses(CLI::App *sub, LinkOptions &o) {
         const double smallest = smallest_burst(o.loss);
         if (burst->count() == 0) o.burst = std::max(o.burst, smallest);
         if (o.pattern.empty() && o.loss < 100 && o.burst < smallest) {
-            throw CLI::ValidationError("--burst", printed("must be %g or more to lose %g %%: bursts are good "
-                                                          "frames apart",
-                                                          smallest, o.loss));
+            throw CLI::ValidationError("--burst",
+                                       printed("must be %g or more to lose %g %%: a good frame lies "
+                                               "between two bursts",
+                                               smallest, o.loss));
         }
     });
 }
@@ -108,14 +111,15 @@ void add_losses(CLI::App *sub, LinkOptions &o) {
 CLI::App *add_link(CLI::App &app, LinkOptions &o) {
     CLI::App *sub =
         app.add_subcommand("link", "Send speech over a link that loses frames, conceal the losses");
-    add_files(sub, o, std::string(kSoundIn) + "16-bit mono WAV, lined up with the input" + kFolder);
+    add_files(sub, o, std::string(kSoundIn) + "16-bit mono WAV, aligned with the input" + kFolder);
     add_channel(sub, o);
     add_rate(sub, o);
     add_losses(sub, o);
     sub->add_option("--conceal", o.conceal,
-                    "Lost frames: concealed (on), the last one again (off), silence (mute)")
+                    "Lost frames: concealed (on), last frame repeated (off), silence (mute)")
         ->check(CLI::IsMember({"on", "off", "mute"}));
-    sub->add_option("--gaps", o.gaps, "What was received, as WAV: silence where frames were lost");
+    sub->add_option("--gaps", o.gaps,
+                    "Write the received speech as WAV, with silence where frames were lost");
     auto *plot =
         sub->add_option("--plot", o.plot, "Picture of the waveforms, .svg or .png; needs gnuplot")
             ->check([](const std::string &path) { return can_draw(path) ? "" : "must end in .svg or .png"; });
@@ -131,22 +135,24 @@ CLI::App *add_link(CLI::App &app, LinkOptions &o) {
 
 CLI::App *add_sweep(CLI::App &app, SweepOptions &o) {
     CLI::App *sub = app.add_subcommand(
-        "sweep", "Draw distance against loss over files and seeds, with the figures beside it as .csv");
+        "sweep",
+        "Draw distance against loss over files and seeds; write the figures beside the picture, as .csv");
     add_files(sub, o, std::string(kSoundIn) + "the picture, .svg or .png; needs gnuplot");
     add_channel(sub, o);
     add_rate(sub, o);
-    sub->add_option("--loss", o.losses, "Frames lost, percent; with nothing lost nothing is measured")
+    sub->add_option("--loss", o.losses, "Frames lost, percent; 0 is not measured")
         ->delimiter(',')
         ->check(within(0, 100));
     sub->add_option("--burst", o.bursts,
-                    "Mean lengths of a loss, frames; the default is raised to what the losses need")
+                    "Mean lengths of a burst of losses, frames; the default is raised if --loss needs it")
         ->delimiter(',')
         ->check(within(1, 1e6))
         ->each([&o](const std::string &) { o.bursts_set = true; });
     sub->add_option("--seed", o.seed, "The first seed");
-    sub->add_option("--seeds", o.seeds, "Runs for each point, with seeds in ascending order")
+    sub->add_option("--seeds", o.seeds, "Runs for each point, with ascending seeds")
         ->check(CLI::Range(1, 100000));
-    sub->add_flag("--exact", o.exact, "Lose just this share of the frames in each run, not only in the mean");
+    sub->add_flag("--exact", o.exact,
+                  "Lose exactly this share of the frames in each run, not only on average");
     sub->add_option("--while-lost", o.ways, "The decoder while packets are missing, one or both ways")
         ->delimiter(',')
         ->transform(CLI::CheckedTransformer(kWays))
@@ -163,8 +169,8 @@ int run(int argc, char **argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "voice_link " + version());
     app.footer(
-        "Temporary files go to $TMPDIR, or /tmp: up to 5.5 times the samples that go in, at the rate of "
-        "the link, and three times more for each further job, or 5.5 if it has an input of its own.");
+        "Temporary files go to $TMPDIR or /tmp. They take up to 5.5 times the size of the input samples at "
+        "the rate of the link, and three times more for each further job, or 5.5 if it has its own input.");
     app.failure_message([](const CLI::App *used, const CLI::Error &e) {
         return used->help() + "\nvoice_link: " + e.what() + "\n";
     });
@@ -188,8 +194,8 @@ int run(int argc, char **argv) {
     return well ? 0 : 1;
 }
 
-// Where a standard stream is closed, the next file to be opened would take its number and get its text. Each
-// is opened the wrong way round, so that its use is an error.
+// If a standard stream is closed, the next file that is opened gets its number, and so its text. So each
+// closed stream is opened for the wrong direction: using it is then an error.
 void fill_standard_streams() {
     int opened = 0;
     do {

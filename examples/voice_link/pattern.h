@@ -5,11 +5,12 @@
 
 #include <string>
 
-// White space and commas may stand between the marks; comments reach from # to the line's end. Never empty.
+// White space and commas may stand between the marks; comments go from # to the line's end. The result is
+// never empty.
 Losses read_pattern(const std::string &path);
 
-// The pattern from its start for that many frames: begun again if it is too short, cut if it is too long.
+// The pattern for that many frames: repeated if it is too short, cut if it is too long.
 Losses fitted(const Losses &pattern, std::size_t frames);
 
-// 60 marks to a line, below the comment.
+// The comment, then 60 marks to a line.
 std::string pattern_text(const Losses &lost, const std::string &comment);

@@ -17,7 +17,7 @@ Samples piece(const Store &signal, Stretch view) {
     return samples;
 }
 
-// What meets the view, cut to it.
+// The parts of the stretches that lie in the view.
 std::vector<Stretch> within(Stretch view, std::span<const Stretch> stretches) {
     std::vector<Stretch> met;
     for (const Stretch &s : stretches) {
@@ -44,7 +44,7 @@ void put_samples(std::ostream &script, const Samples &samples, int rate, std::si
 
 } // namespace
 
-// Everything is drawn over milliseconds; all panels share one scale.
+// The horizontal axis is in milliseconds; all panels have the same scale.
 std::string waveforms(std::span<const Panel> panels, int rate, Stretch view,
                       std::span<const Stretch> shaded) {
     const std::vector<Stretch> lost = within(view, shaded);

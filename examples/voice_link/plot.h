@@ -1,4 +1,4 @@
-// Waveforms one above the other.
+// Waveforms, one below the other.
 #pragma once
 
 #include "store.h"
@@ -14,8 +14,8 @@ struct Stretch {
 struct Panel {
     std::string title;
     const Store &signal;
-    bool holes = false; // leaves out what is shaded
+    bool holes = false; // draws nothing where it is shaded
 };
 
-// The script for gnuplot of a stretch of all panels, with the stretches shaded where frames were lost.
+// The gnuplot script that draws this stretch of all panels and shades the stretches where frames were lost.
 std::string waveforms(std::span<const Panel> panels, int rate, Stretch view, std::span<const Stretch> shaded);

@@ -29,7 +29,7 @@ void Progress::advance(double share) {
     const Clock::time_point now = Clock::now();
     if (!shown_ || !one.owns_lock() || now - drawn_ < std::chrono::milliseconds(100)) return;
     drawn_ = now;
-    constexpr double kLeast = 1e-6; // less is the share of a block where the size is unknown
+    constexpr double kLeast = 1e-6; // the share stays below this if the size is unknown
     const double part = std::min(done_.load() / parts_, 1.0);
     if (part < kLeast) return;
     const double elapsed = std::chrono::duration<double>(now - start_).count();

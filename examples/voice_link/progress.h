@@ -1,4 +1,4 @@
-// What goes to standard error: messages, and a bar where that is a terminal.
+// What goes to standard error: messages, and a progress bar if it is a terminal.
 #pragma once
 
 #include <atomic>
@@ -9,13 +9,13 @@
 
 class Progress {
 public:
-    // The whole work is that many parts alike.
+    // The whole work is that many equal parts.
     explicit Progress(std::size_t parts);
     ~Progress();
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    // So much more of one part is done. From any thread.
+    // Adds a share of one part to what is done. From any thread.
     void advance(double share);
 
 private:
@@ -27,5 +27,5 @@ private:
     std::mutex drawing_;
 };
 
-// A line of its own, headed by the program's name.
+// Prints a line that begins with the program's name.
 void say(const std::string &message);

@@ -23,7 +23,7 @@ void Resampler::run(std::span<const std::int16_t> input, Samples &output) {
     constexpr std::size_t kPiece = 4096;
     while (!input.empty()) {
         auto taken = static_cast<spx_uint32_t>(std::min(input.size(), kPiece));
-        // At least what the piece can yield: its share at the new rate and one more for the phase.
+        // At least as many as the piece can give: its length at the new rate, and one more for the phase.
         auto made = static_cast<spx_uint32_t>(static_cast<std::int64_t>(taken) * to_ / from_ + 1);
         const std::size_t old_size = output.size();
         output.resize(old_size + made);

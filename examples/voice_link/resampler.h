@@ -11,16 +11,17 @@ struct SpeexResamplerState_;
 
 class Resampler {
 public:
-    // quality is that of speexdsp, 0..10. The filter reaches over 8, 16, 32, 48, 64, 80, 96, 128, 160, 192 or
-    // 256 samples of the lower of the two rates. The output lags by half of that, which is delay().
+    // quality is that of speexdsp, 0..10. The length of the filter is 8, 16, 32, 48, 64, 80, 96, 128, 160,
+    // 192 or 256 samples of the lower of the two rates. It delays the output by half of that, which is
+    // delay().
     Resampler(int from, int to, int quality);
 
     // Converts a piece of any length; appends to output.
     void run(std::span<const std::int16_t> input, Samples &output);
 
     int delay() const; // output samples
-    // Takes the delay off: nothing comes out until the filter is half full, then the output lines up with the
-    // input. Before the first run().
+    // Removes the delay: there is no output until the filter is half full, and then the output is aligned
+    // with the input. To be called before the first run().
     void line_up();
 
 private:

@@ -5,7 +5,7 @@
 namespace {
 
 std::string burst_line(const Tally &t) {
-    constexpr std::size_t kMost = 12; // kinds, in a line that can be read
+    constexpr std::size_t kMost = 12; // lengths, so that the line stays readable
     std::string line = "bursts: ";
     std::size_t shown = 0;
     for (const auto &[length, count] : t.by_length) {
@@ -18,7 +18,7 @@ std::string burst_line(const Tally &t) {
 }
 
 std::string loss_lines(const Run &run, const Tally &t) {
-    const std::string met = printed("lost %.1f %%: %zu frames in %zu bursts, %.2f frames in the mean\n",
+    const std::string met = printed("lost %.1f %%: %zu frames in %zu bursts, %.2f frames on average\n",
                                     t.percent(), t.lost, t.bursts, t.mean_burst());
     if (run.pattern.empty()) {
         return printed("aimed at %g %% in bursts of %g, ", run.loss, run.burst) + met + burst_line(t);
@@ -96,7 +96,7 @@ Report report_on(const char *command, const Run &run, const Sent &sent, const Lo
     report.text = printed("%s: %.3f s at %d Hz, %zu frames of %zu samples\n", output_name(run.output).c_str(),
                           sent.duration(), format.rate, sent.frames, format.frame) +
                   time_line(sent.duration(), seconds, library_seconds) +
-                  printed("delay of the receiver: %d samples (%.2f ms), taken off\n", heard.delay,
+                  printed("delay of the receiver: %d samples (%.2f ms), removed\n", heard.delay,
                           1000.0 * heard.delay / format.rate) +
                   loss_lines(run, t) + distance_lines(heard);
     return report;

@@ -1,4 +1,4 @@
-// One run over the channel: which losses were asked for, and how it is reported.
+// One run over the channel: the losses that were asked for, and the report.
 #pragma once
 
 #include "chain.h"
@@ -10,8 +10,8 @@ struct Run {
     bool exact = false;
     std::uint32_t seed = 0;
     WhileLost while_lost = WhileLost::hold;
-    std::string pattern;            // a file, in place of the five above
-    std::size_t pattern_frames = 0; // that the file holds
+    std::string pattern;            // a file, in place of random losses
+    std::size_t pattern_frames = 0; // frames in the file
 };
 
 // Random losses, or those of the pattern if it is not empty.

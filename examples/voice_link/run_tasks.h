@@ -1,4 +1,5 @@
-// A command on all its inputs: several at once, a bar meanwhile, the reports in order at the end.
+// Runs a command on all its inputs, several at once, with a progress bar. Prints the reports in order at the
+// end.
 #pragma once
 
 #include "commands.h"

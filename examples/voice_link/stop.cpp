@@ -16,14 +16,14 @@ void note(int number) { noted = number; }
 } // namespace
 
 void catch_signals() {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that has gone and a file grown too large are write errors,
-    std::signal(SIGXFSZ, SIG_IGN); // which are reported as such
+    std::signal(SIGPIPE, SIG_IGN); // the end of a pipe's reader and a file that is too large are reported
+    std::signal(SIGXFSZ, SIG_IGN); // as write errors instead
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action {};
         if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue; // nohup
         action = {};
-        action.sa_handler = note;                         // without SA_RESTART: waiting for a pipe ends
-        action.sa_flags = static_cast<int>(SA_RESETHAND); // the second one ends the program, wherever it is
+        action.sa_handler = note;                         // without SA_RESTART: a wait for a pipe ends
+        action.sa_flags = static_cast<int>(SA_RESETHAND); // a second signal ends the program at once
         sigaction(number, &action, nullptr);
     }
 }

@@ -1,4 +1,4 @@
-// Time that some work takes, added up.
+// Adds up the time that some work takes.
 #pragma once
 
 #include <chrono>

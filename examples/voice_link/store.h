@@ -1,4 +1,4 @@
-// Signals in temporary files, so that memory does not grow with their length.
+// Signals in temporary files, so that memory use does not grow with their length.
 #pragma once
 
 #include "file.h"
@@ -7,14 +7,14 @@
 #include <span>
 #include <vector>
 
-// Appended to first; then read at any place, by any number of threads at once.
+// First items are appended. Then any number of threads may read at any place at once.
 template <typename Item>
 class BasicStore {
 public:
     void append(std::span<const Item> items);
-    void finish(std::size_t size); // cuts it; between the last append() and the first read()
+    void finish(std::size_t size); // cuts to this size; between the last append() and the first read()
     std::size_t size() const { return size_; }
-    // From item `first` on. Before the start and behind the end there are zeros.
+    // Reads from item `first` on. Items before the start and after the end are zero.
     void read(std::int64_t first, std::span<Item> items) const;
 
 private:
@@ -22,7 +22,7 @@ private:
     std::size_t size_ = 0;
 };
 
-// Pieces of a store that are asked for in ascending order, or nearly so: read by the thousand items.
+// Gives pieces of a store, asked for in ascending order or nearly so. Reads thousands of items at a time.
 template <typename Item>
 class BasicWindow {
 public:

@@ -1,4 +1,4 @@
-// The curve of distance against loss, over files and seeds.
+// The curves of distance against loss, over files and seeds.
 #include "commands.h"
 #include "gnuplot.h"
 #include "jobs.h"
@@ -12,7 +12,7 @@
 
 namespace {
 
-// One point of the curves, with the distances of its runs under each treatment.
+// One point of the curves, with the distances of its runs with each treatment.
 struct Point {
     WhileLost way;
     double burst, loss;
@@ -34,7 +34,7 @@ Spread spread(std::vector<double> values) {
     return {quantile(0.5), quantile(0.25), quantile(0.75)};
 }
 
-// Bursts that were not set become as long as all losses need. Where everything is lost any will do.
+// Makes the default bursts as long as all losses need. If all frames are lost, any length is enough.
 void fit_bursts(SweepOptions &o) {
     double needed = 1;
     for (const double loss : o.losses) needed = std::max(needed, loss < 100 ? smallest_burst(loss) : 1);
@@ -92,7 +92,7 @@ void collect(const std::vector<Report> &reports, unsigned seeds, std::vector<Poi
     }
 }
 
-// Markdown: median and, in brackets, between what half of the runs lie.
+// In Markdown: the median and, in brackets, the limits between which half of the runs lie.
 std::string table(const SweepOptions &o, const std::vector<Point> &points) {
     const bool ways = o.ways.size() > 1;
     std::string text = ways ? "| while lost | lost | mean burst |" : "| lost | mean burst |";
@@ -112,7 +112,7 @@ std::string table(const SweepOptions &o, const std::vector<Point> &points) {
     return text;
 }
 
-// A curve: one treatment under one way. Beside the first way the others are shown for concealment alone.
+// A curve: one treatment with one way. For all ways but the first, only concealment is shown.
 struct Curve {
     WhileLost way;
     std::size_t treatment;
@@ -134,8 +134,8 @@ std::vector<Curve> curves_of(const SweepOptions &o) {
     return curves;
 }
 
-// One panel for each burst, all on one scale. Bars hold the middle half of the runs; those of
-// different curves stand a little apart.
+// One panel for each burst length, all on one scale. Each bar spans the middle half of the runs; the bars of
+// different curves are shifted a little against each other.
 std::string script_of(const SweepOptions &o, const std::vector<Point> &points) {
     const std::vector<Curve> curves = curves_of(o);
     const double widest = std::max(*std::max_element(o.losses.begin(), o.losses.end()), 1.0);
@@ -193,7 +193,7 @@ bool sweep(SweepOptions o) {
         }
     }
     figures.write(csv(reports));
-    figures.commit(); // the long work: kept even if the picture fails
+    figures.commit(); // the result of the long work is kept even if the picture fails
     picture.write(drawn(target, 320 * static_cast<int>(o.bursts.size()), 400, script_of(o, points)));
     picture.commit();
     if (o.report == "text") {

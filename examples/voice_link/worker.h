@@ -1,4 +1,4 @@
-// Work on a stream of blocks in a thread of its own, while the next blocks are made.
+// Works on a stream of blocks in its own thread, while the next blocks are made.
 #pragma once
 
 #include "store.h"
@@ -13,13 +13,13 @@
 class Worker {
 public:
     explicit Worker(std::function<void(const Samples &)> work);
-    ~Worker(); // gives up what is not begun
+    ~Worker(); // drops the blocks that are not begun
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
 
-    // Waits while too many blocks are waiting. Throws what the work has thrown, as finish() does.
+    // Blocks while too many blocks are waiting. Throws what the work has thrown, as finish() does.
     void push(const Samples &block);
-    void finish(); // all blocks are done
+    void finish(); // waits until all blocks are done
 
 private:
     void run();
