@@ -56,7 +56,7 @@ extern "C" {
  * ---------------------------------------------------------------------------------------------- */
 
 /*
- * The state of one direction of one stream: 12 bytes, the same record for encoder and decoder. A
+ * The state of one direction of one stream: 12 bytes, the same layout for encoder and decoder. A
  * plain record: it may be moved or copied between calls. A copy continues from the state of the
  * original. When a call begins, values outside the ranges below are brought into them: the accumulator
  * and the step are limited (a step below 10240 with the first sample), run_bits is taken modulo 16.
