@@ -1,5 +1,9 @@
-// Digests of everything that each service puts out, over speech and over hostile inputs. They were taken when
-// the outputs were known to be right; a row that differs names the service whose arithmetic has changed.
+// Digests of everything that each service puts out, over speech and over hostile inputs.
+//
+// The outputs of the build that the digests come from agreed in every bit with a set of independently
+// recorded vectors and with a second, literal implementation. Output bits are part of the library's promise:
+// a digest that changes shows a fault, and is never renewed. Only a new or different sequence of inputs gets
+// a new digest, taken from a build that passes with the old ones.
 #include "tests/support.h"
 
 #ifdef __STDCPP_THREADS__
@@ -10,19 +14,21 @@ namespace {
 
 // --- Codec ----------------------------------------------------------------------------------------------
 
-// Where the stream is cut into calls must not show.
+// The digest does not depend on the lengths of the calls.
 void codec(Digest &digest, Random &random, const Samples &pcm, CvsdState encoder) {
     CvsdState decoder = encoder;
-    Digest sent;
-    Digest received;
+    Digest sent = digest.another();
+    Digest received = digest.another();
     for (std::size_t at = 0, n = 0; at < pcm.size(); at += n) {
         n = std::min(static_cast<std::size_t>(8 * random.in(0, 90)), pcm.size() - at);
         const Bytes bits = encode(encoder, Samples(&pcm[at], &pcm[at] + n));
-        sent << bits;
-        received << decode(decoder, bits);
+        sent("bits", bits);
+        received("samples", decode(decoder, bits));
+        received.frame = ++sent.frame;
     }
     digest << sent.value << received.value;
-    for (const CvsdState &s : {encoder, decoder}) digest << s.accumulator << s.step << s.run_bits;
+    for (const CvsdState &s : {encoder, decoder})
+        digest("accumulator", s.accumulator)("step", s.step)("run_bits", s.run_bits);
 }
 
 template <int Cut>
@@ -37,6 +43,7 @@ void codec_speech(Digest &digest, Random & /*random*/) {
 
 void codec_hostile(Digest &digest, Random &random) {
     for (int run = 0; run < 300; ++run) {
+        digest.run = run;
         const CvsdState start = {random.in(-2097151, 2097151), random.in(10240, 1310720), random.in(0, 15)};
         codec(digest, random, hostile(random, 1600), start);
     }
@@ -49,18 +56,21 @@ void decimation(Digest &digest, Random &random) {
         Stream stream(16000);
         PitchTrackerState &t = stream.b.tracker;
         const Samples s = hostile(random, 12 * 120);
+        digest.run = run;
         for (int frame = 0; frame < 12; ++frame) {
+            digest.frame = frame;
             std::int16_t in[180];
             std::int16_t out[71];
             std::copy_n(s.data() + 120 * frame, 120, in + 60);
             PLC_Decim(in, out, &t);
-            digest << in << out << t;
+            digest("in", in)("out", out);
+            add(digest, t);
         }
     }
 }
 
-// Decimated signals on the way from one to another, down to where the choice changes from one pitch to
-// another: a threshold that is off by one moves these points.
+// Two decimated signals are mixed, and a bisection finds the gain at which the choice changes from one pitch
+// to another. A threshold that is off by one moves that gain.
 void coarse_pitch(Digest &digest, Random &random) {
     for (int run = 0; run < 10000; ++run) {
         const int prev = random.in(0, 3) == 0 ? random.in(-25000, INT16_MAX) : random.in(30, 330);
@@ -77,11 +87,12 @@ void coarse_pitch(Digest &digest, Random &random) {
                 s.push_back(sample((ends[0][i] * (16384 - gain) + ends[1][i] * gain) / 16384));
             return coarse(s, prev);
         };
+        digest.run = run;
         const int first = mixed(0);
-        digest << first << mixed(16384);
+        digest("first", first)("last", mixed(16384));
         for (int gain = 0, step = 8192; step > 0; step /= 2) {
             const int pitch = mixed(gain + step);
-            digest << pitch;
+            digest("pitch", pitch);
             if (pitch == first) gain += step;
         }
     }
@@ -90,34 +101,43 @@ void coarse_pitch(Digest &digest, Random &random) {
 void refinement(Digest &digest, Random &random) {
     for (int run = 0; run < 6000; ++run) {
         const Samples s = hostile(random, 561);
-        for (const int least : {0, 36, 36}) digest << refine(s, random.in(least, least == 0 ? 444 : 324));
+        digest.run = run;
+        for (const int least : {0, 36, 36})
+            digest("lag, amp_ratio, amp_weight, refine_len, scale_shift, lag_corr, lag_energy",
+                   refine(s, random.in(least, least == 0 ? 444 : 324)));
     }
 }
 
 void track(Digest &digest, const Samples &s) {
     Stream stream(16000);
     PitchTrackerState &t = stream.b.tracker;
-    for (std::size_t at = 0; at + 120 <= s.size(); at += 120) digest << PLC_PitchTracker(&t, &s[at]) << t;
+    digest.frame = 0;
+    for (std::size_t at = 0; at + 120 <= s.size(); at += 120, ++digest.frame) {
+        digest("returned", PLC_PitchTracker(&t, &s[at]));
+        add(digest, t);
+    }
 }
 
 void tracker_speech(Digest &digest, Random & /*random*/) { track(digest, speech(16000)); }
 
 void tracker_hostile(Digest &digest, Random &random) {
-    for (int run = 0; run < 300; ++run) track(digest, hostile(random, 20 * 120));
+    for (digest.run = 0; digest.run < 300; ++digest.run) track(digest, hostile(random, 20 * 120));
 }
 
 // --- Concealment ----------------------------------------------------------------------------------------
 
-// Frames are lost with a probability in percent, after a lost one with another. A stream at the other rate
-// runs between them and must not show.
+// `begin` and `stay` are the probabilities, in percent, that a frame is lost after a good and after a lost
+// one. A stream at the other rate runs between the frames and must not change the digest.
 void conceal(Digest &digest, Random &random, int rate, const Samples &s, int begin, int stay) {
     Stream stream(rate);
     Stream other(24000 - rate);
     bool lost = false;
     const auto frame_len = static_cast<std::size_t>(stream.b.frame_len);
-    for (std::size_t at = 0; at + frame_len <= s.size(); at += frame_len) {
+    digest.frame = 0;
+    for (std::size_t at = 0; at + frame_len <= s.size(); at += frame_len, ++digest.frame) {
         lost = random.in(0, 99) < (lost ? stay : begin);
-        digest << stream.frame(&s[at], lost) << stream.b;
+        digest(lost ? "output for a lost frame" : "output for a good frame", stream.frame(&s[at], lost));
+        add(digest, stream.b);
         other.frame(&s[at % 480], at % 11 == 0);
     }
 }
@@ -129,7 +149,7 @@ void stream_speech(Digest &digest, Random &random) {
 
 template <int Rate>
 void stream_hostile(Digest &digest, Random &random) {
-    for (int run = 0; run < 150; ++run) {
+    for (digest.run = 0; digest.run < 150; ++digest.run) {
         const Samples s = hostile(random, Rate == 8000 ? 900 : 3600);
         const int begin = random.in(1, 60);
         conceal(digest, random, Rate, s, begin, random.in(0, 95));
@@ -160,11 +180,19 @@ void primitives(Digest &digest, Random &random) {
         PLC_OlaEnd(block, out[5].data(), run % 4 < 2 ? right.data() : out[6].data(), n);
         PLC_SaveSpeech(block, out[6].data());
         plc_mem_copy(&out[7][70], &out[7].at(static_cast<std::size_t>(from)), 2 * n);
-        digest << out << b << PLC_FindPitch_fix(block);
+        digest.run = run;
+        constexpr const char *kNames[] = {"PLC_GetSynSpeech", "PLC_ScaleSpeech", "PLC_ScaleSpeech_Reconverge",
+                                          "PLC_Ola",          "PLC_OverlapAdds", "PLC_OlaEnd",
+                                          "PLC_SaveSpeech",   "plc_mem_copy"};
+        for (std::size_t i = 0; i < std::size(out); ++i) digest(kNames[i], out[i]);
+        add(digest, b);
+        digest("PLC_FindPitch_fix", PLC_FindPitch_fix(block));
     }
 }
 
-void tables(Digest &digest, Random & /*random*/) { digest << x << x2 << invk << MPTH << bdf; }
+void tables(Digest &digest, Random & /*random*/) {
+    digest("x", x)("x2", x2)("invk", invk)("MPTH", MPTH)("bdf", bdf);
+}
 
 struct Row {
     const char *name;
@@ -193,26 +221,46 @@ constexpr Row kRows[] = {
     {"Primitives", primitives, 0xb457cf97b6450895},
 };
 
-std::uint64_t digest_of(const Row &row) {
-    Digest digest;
+std::uint64_t digest_of(const Row &row, std::ostream *trace = nullptr) {
+    Digest digest{.trace = trace, .row = row.name};
     Random random(1);
     row.run(digest, random);
     return digest.value;
 }
 
-// Where a machine has no threads, one after the other.
+constexpr const char *kNextStep = R"(
+The output of the library has changed: that is a fault. To see the first frame and field that differ, write the trace
+of this tree and of COMMIT, where the test passes, and compare them:
+    CVSD_QOR_TRACE=$PWD/bad.txt scripts/test release -R Digests
+    git worktree add ../good COMMIT
+    (cd ../good && CVSD_QOR_TRACE=$PWD/good.txt scripts/test release -R Digests)
+    diff -y --suppress-common-lines -W 160 ../good/good.txt bad.txt | head
+)";
+
+// On threads, to show that the services share no state. One row after the other where a machine has no
+// threads, and where the environment names a file for the trace.
 TEST(Digests, AreUnchangedOnThreadsOfTheirOwn) {
     std::uint64_t digests[std::size(kRows)];
+    const auto one_by_one = [&digests](std::ostream *trace) {
+        for (std::size_t i = 0; i < std::size(kRows); ++i) digests[i] = digest_of(kRows[i], trace);
+    };
+    if (const char *name = std::getenv("CVSD_QOR_TRACE")) {
+        std::ofstream trace(name);
+        one_by_one(&trace);
+        EXPECT_TRUE(trace.flush()) << "cannot write " << name;
+    } else {
 #ifdef __STDCPP_THREADS__
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < std::size(kRows); ++i)
-        threads.emplace_back([&digests, i] { digests[i] = digest_of(kRows[i]); });
-    for (std::thread &thread : threads) thread.join();
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < std::size(kRows); ++i)
+            threads.emplace_back([&digests, i] { digests[i] = digest_of(kRows[i]); });
+        for (std::thread &thread : threads) thread.join();
 #else
-    std::transform(std::begin(kRows), std::end(kRows), digests, digest_of);
+        one_by_one(nullptr);
 #endif
+    }
     for (std::size_t i = 0; i < std::size(kRows); ++i)
-        EXPECT_EQ(digests[i], kRows[i].expected) << kRows[i].name << " " << std::hex << digests[i];
+        EXPECT_EQ(digests[i], kRows[i].expected)
+            << kRows[i].name << " " << std::hex << digests[i] << kNextStep;
 }
 
 } // namespace

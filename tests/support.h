@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <numbers>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -41,8 +42,19 @@ struct Random {
 };
 
 // FNV-1a over values, not bytes, so that byte order does not matter. Any single wrong value changes it.
+//
+// With a trace, each named field is also a line of text there, behind its row, run and frame (of the codec:
+// call). A short array shows its values, a longer one its digest.
 struct Digest {
     std::uint64_t value = 14695981039346656037U;
+    std::ostream *trace = nullptr;
+    std::string row;
+    int run = 0;
+    int frame = 0;
+
+    // Another digest at the same place.
+    Digest another() const { return {.trace = trace, .row = row, .run = run, .frame = frame}; }
+
     template <class T>
     Digest &operator<<(const T &v) {
         if constexpr (std::is_integral_v<T>) {
@@ -52,21 +64,41 @@ struct Digest {
         }
         return *this;
     }
+    template <class T>
+    Digest &operator()(const char *field, const T &v) {
+        *this << v;
+        if (trace == nullptr) return *this;
+        *trace << row << ", run " << run << ", frame " << frame << ": " << field;
+        if constexpr (std::is_integral_v<T>) {
+            *trace << ' ' << v;
+        } else if (std::size(v) <= 8) {
+            for (const auto element : v) *trace << ' ' << element;
+        } else {
+            *trace << " digest " << (Digest() << v).value;
+        }
+        *trace << '\n';
+        return *this;
+    }
 };
 
-inline Digest &operator<<(Digest &d, const PitchTrackerState &t) {
-    return d << t.lag_energy << t.lag_corr << t.refine_len << t.scale_shift << t.sig_hist << t.amp_weight
-             << t.amp_ratio << t.coarse_pitch << t.tracked_pitch << t.decim_mem << t.decim_exp
-             << t.decim_hist;
+inline void add(Digest &d, const PitchTrackerState &t) {
+    d("lag_energy", t.lag_energy)("lag_corr", t.lag_corr)("refine_len", t.refine_len);
+    d("scale_shift", t.scale_shift)("sig_hist", t.sig_hist)("amp_weight", t.amp_weight);
+    d("amp_ratio", t.amp_ratio)("coarse_pitch", t.coarse_pitch)("tracked_pitch", t.tracked_pitch);
+    d("decim_mem", t.decim_mem)("decim_exp", t.decim_exp)("decim_hist", t.decim_hist);
 }
 
 // All but the work area, which no call finds as it left it.
-inline Digest &operator<<(Digest &d, const cvsd_qor::Block &b) {
-    d << b.frame_len << b.atten_step << b.pitch_min << b.pitch_max << b.ola_max << b.decim << b.corr_len
-      << b.pitch_range << b.corr_buf_len << b.history_len << b.sample_rate << b.erase_count << b.ola_len
-      << b.pitch << b.syn_pos << b.syn_len << b.history << b.last_quarter << b.pitch_buf_end - b.pitch_buf
-      << b.pitch_buf_end - b.syn_start << b.reconverge_len << b.pitch_buf;
-    return b.sample_rate == 16000 ? d << b.tracker : d;
+inline void add(Digest &d, const cvsd_qor::Block &b) {
+    d("frame_len", b.frame_len)("atten_step", b.atten_step)("pitch_min", b.pitch_min);
+    d("pitch_max", b.pitch_max)("ola_max", b.ola_max)("decim", b.decim)("corr_len", b.corr_len);
+    d("pitch_range", b.pitch_range)("corr_buf_len", b.corr_buf_len)("history_len", b.history_len);
+    d("sample_rate", b.sample_rate)("erase_count", b.erase_count)("ola_len", b.ola_len)("pitch", b.pitch);
+    d("syn_pos", b.syn_pos)("syn_len", b.syn_len)("history", b.history)("last_quarter", b.last_quarter);
+    d("pitch_buf_end - pitch_buf", b.pitch_buf_end - b.pitch_buf)("pitch_buf_end - syn_start",
+                                                                  b.pitch_buf_end - b.syn_start);
+    d("reconverge_len", b.reconverge_len)("pitch_buf", b.pitch_buf);
+    if (b.sample_rate == 16000) add(d, b.tracker);
 }
 
 // Samples of the kinds that break fixed-point code: any level, extremes, runs, pulse trains, repetition; one
