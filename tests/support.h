@@ -43,8 +43,8 @@ struct Random {
 
 // FNV-1a over values, not bytes, so that byte order does not matter. Any single wrong value changes it.
 //
-// With a trace, each named field is also a line of text there, behind its row, run and frame (of the codec:
-// call). A short array shows its values, a longer one its digest.
+// With a trace, each named field is also a line of text there: its row, its run, its frame (or call), and the
+// value or, for an array, the digest of the values.
 struct Digest {
     std::uint64_t value = 14695981039346656037U;
     std::ostream *trace = nullptr;
@@ -71,8 +71,6 @@ struct Digest {
         *trace << row << ", run " << run << ", frame " << frame << ": " << field;
         if constexpr (std::is_integral_v<T>) {
             *trace << ' ' << v;
-        } else if (std::size(v) <= 8) {
-            for (const auto element : v) *trace << ' ' << element;
         } else {
             *trace << " digest " << (Digest() << v).value;
         }
