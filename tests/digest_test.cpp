@@ -142,7 +142,7 @@ void conceal(Digest &digest, Random &random, int rate, const Samples &s, int beg
     digest.frame = 0;
     for (std::size_t at = 0; at + frame_len <= s.size(); at += frame_len, ++digest.frame) {
         lost = random.in(0, 99) < (lost ? stay : begin);
-        digest(lost ? "output for a lost frame" : "output for a good frame", stream.frame(&s[at], lost));
+        digest(lost ? "output, frame lost" : "output", stream.frame(&s[at], lost));
         add(digest, stream.b);
         other.frame(&s[at % 480], at % 11 == 0);
     }
@@ -237,10 +237,10 @@ std::uint64_t digest_of(const Row &row, std::ostream *trace = nullptr) {
 constexpr const char *kNextStep = R"(
 The output of the library has changed in the rows above: that is a fault. To see the first frame and field that
 differ, trace this tree and COMMIT, a commit where the test passes, and compare:
-    CVSD_QOR_TRACE=$PWD/bad.txt scripts/test release -R Digests
+    CVSD_QOR_TRACE=$PWD/build/bad.txt scripts/test release -R Digests
     git worktree add --detach ../good COMMIT
-    (cd ../good && CVSD_QOR_TRACE=$PWD/good.txt scripts/test release -R Digests)
-    diff -y --suppress-common-lines -W 120 ../good/good.txt bad.txt | head
+    (cd ../good && CVSD_QOR_TRACE=$PWD/build/good.txt scripts/test release -R Digests)
+    diff -y --suppress-common-lines -W 120 ../good/build/good.txt build/bad.txt | head
 )";
 
 // On threads, to show that the services share no state. One row after the other where a machine has no
