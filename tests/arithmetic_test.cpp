@@ -1,4 +1,4 @@
-// The fixed-point vocabulary against its definitions, in wide integers and one step at a time.
+// The fixed-point operations against their definitions: in 64 bits, or by single steps.
 #include "arith/correlation.h"
 #include "tests/support.h"
 
@@ -10,7 +10,7 @@ std::int64_t limited(std::int64_t v) {
     return std::clamp(v, std::int64_t{INT32_MIN}, std::int64_t{INT32_MAX});
 }
 
-// v doubled or halved k times.
+// v doubled, with saturation, or halved k times.
 std::int64_t shifted(std::int64_t v, int k) {
     for (; k > 0; --k) v = limited(2 * v);
     for (; k < 0; ++k) v = v >> 1;

@@ -1,4 +1,4 @@
-// Concealment: whole streams first, then what only the primitives show.
+// Concealment: whole streams, construction, and what only calls of the primitives show.
 #include "tests/support.h"
 
 #include <cstring>
@@ -22,11 +22,12 @@ TEST(Stream, LossFreeOutputIsTheInputAtAConstantDelay) {
     }
 }
 
-// A periodic signal is continued as if nothing were missing, but for the fade over the burst. The join ends
-// where it should, without a step.
+// A sine with a burst of lost frames. The concealed frames continue it, faded by the burst. The join has its
+// length and no step: `steepest` is the largest difference of neighbours in the sine, 10000 · 2π / period =
+// 1257 or 785, and a margin for the join.
 TEST(Stream, BurstsFadeAndJoin) {
     constexpr struct {
-        int rate, period, ola_len, reconverge, steepest;
+        int rate, period, ola_len, reconverge, steepest; // ola_len: a quarter period
     } kKinds[] = {{8000, 50, 12, 0, 1300}, {16000, 80, 20, 36, 1000}};
     for (const auto &kind : kKinds) {
         for (const int burst : {1, 2, 3, 5, 6, 7, 40}) {
@@ -38,7 +39,7 @@ TEST(Stream, BurstsFadeAndJoin) {
             const std::int16_t *at = s.data();
             for (int good = 0; good < 40; ++good, at += b.frame_len) stream.frame(at, false);
             for (int lost = 0; lost < burst; ++lost, at += b.frame_len) {
-                if (lost == 38) stream.b.erase_count = INT32_MAX - 1; // an outage without end
+                if (lost == 38) stream.b.erase_count = INT32_MAX - 1; // as after an endless outage
                 EXPECT_EQ(b.erase_count, lost < 38 ? lost : INT32_MAX - (lost == 38));
                 stream.frame(at, true);
                 for (int i = 0; i < b.frame_len; ++i) {
@@ -53,7 +54,7 @@ TEST(Stream, BurstsFadeAndJoin) {
             while (end > 0 && newest[end - 1] == at[end - 1]) --end;
             const int expected =
                 std::min<int>(kind.reconverge + kind.ola_len + 32 * (burst - 1), b.frame_len);
-            EXPECT_TRUE(end == expected || end == expected - 1) << end; // the last weight is all but one
+            EXPECT_TRUE(end == expected || end == expected - 1) << end; // the last weight is almost 1
             for (int i = 0; i < b.frame_len; ++i) {
                 EXPECT_LE(std::abs(newest[i] - newest[i - 1]), kind.steepest) << i;
                 EXPECT_TRUE(burst < 6 || i >= kind.reconverge || newest[i] == 0) << i;
@@ -79,7 +80,7 @@ bool all(const void *from, std::size_t n, unsigned char value) {
     return std::all_of(bytes, bytes + n, [=](unsigned char v) { return v == value; });
 }
 
-// A block comes back from use exactly as it was constructed, and nothing around it is touched.
+// Construction in a used block gives the same bytes as in a new one. No call writes beside the block.
 TEST(Construction, RestartsAUsedBlock) {
     EXPECT_EQ(g711plc_GetMemorySize_v2(), 6496);
     for (const int rate : {8000, 16000}) {
@@ -112,8 +113,8 @@ TEST(Construction, RefusesOtherRates) {
 
 // --- Primitives -----------------------------------------------------------------------------------------
 
-// Rounding makes the synthetic weight of the join fall more slowly than the real one rises: together up to
-// 32795.
+// Worked out by hand for n = 30. The received weight rises by 32767 / 30 = 1092 a sample, from 1092 to 32760.
+// The synthetic one is rounded down apart from it and falls by 1091, from 31674 to 35: together up to 32795.
 TEST(Primitives, JoinIsClamped) {
     Stream stream(8000);
     stream.b.erase_count = 1;
@@ -135,14 +136,18 @@ TEST(Primitives, CopyOfOneByte) {
 
 TEST(Primitives, NarrowbandPitch) {
     const struct {
-        std::vector<std::pair<int, int>> samples; // so many before the end, so high
+        std::vector<std::pair<int, int>> samples; // distance from the end, height
         int pitch;
-    } kCases[] = {{{}, 30}, // a tie of all
-                  {{{10, 10000}, {127, 2000}, {126, 1000}, {125, 3000}}, 117},
-                  {{{10, 10000}, {126, 1000}, {125, 3000}}, 115},
-                  {{{10, 10000}, {130, 10000}}, 120},
-                  {{{10, 10000}, {130, 10000}, {129, 20000}}, 119},
-                  {{{10, 10000}, {41, 10000}}, 31}};
+    } kCases[] = {
+        {{}, 30}, // a tie of all lags: the shortest
+        // The even lags are tried first: 116 is best. Then of 117 and 115, both better, the longer is taken.
+        {{{10, 10000}, {127, 2000}, {126, 1000}, {125, 3000}}, 117},
+        {{{10, 10000}, {126, 1000}, {125, 3000}}, 115},
+        // At the ends of the range, 30..120, the lag outside does not count and the one inside does.
+        {{{10, 10000}, {130, 10000}}, 120},
+        {{{10, 10000}, {130, 10000}, {129, 20000}}, 119},
+        {{{10, 10000}, {41, 10000}}, 31},
+    };
     for (const auto &c : kCases) {
         Stream stream(8000);
         for (const auto &[before, value] : c.samples) stream.b.pitch_buf_end[-before] = sample(value);

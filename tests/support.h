@@ -25,13 +25,13 @@ inline std::int16_t sample(std::int64_t v) {
     return static_cast<std::int16_t>(std::clamp<std::int64_t>(v, INT16_MIN, INT16_MAX));
 }
 
-// Sweeps of a whole domain take each n-th value, and every one with EXHAUSTIVE set in the environment.
+// Sweeps over a whole domain take every n-th value, or all of them with EXHAUSTIVE set in the environment.
 inline int stride(int n) {
     static const bool exhaustive = std::getenv("EXHAUSTIVE") != nullptr;
     return exhaustive ? 1 : n;
 }
 
-// The same numbers on every machine, which the standard distributions do not promise.
+// Gives the same numbers on every machine. The standard distributions do not promise that.
 struct Random {
     std::mt19937 engine;
     explicit Random(std::uint32_t seed) : engine(seed) {}
@@ -86,7 +86,7 @@ inline void add(Digest &d, const PitchTrackerState &t) {
     d("decim_mem", t.decim_mem)("decim_exp", t.decim_exp)("decim_hist", t.decim_hist);
 }
 
-// All but the work area, which no call finds as it left it.
+// All fields except the work area, which carries nothing from call to call.
 inline void add(Digest &d, const cvsd_qor::Block &b) {
     d("frame_len", b.frame_len)("atten_step", b.atten_step)("pitch_min", b.pitch_min);
     d("pitch_max", b.pitch_max)("ola_max", b.ola_max)("decim", b.decim)("corr_len", b.corr_len);
@@ -99,8 +99,9 @@ inline void add(Digest &d, const cvsd_qor::Block &b) {
     if (b.sample_rate == 16000) add(d, b.tracker);
 }
 
-// Samples of the kinds that break fixed-point code: any level, extremes, runs, pulse trains, repetition; one
-// stretch or several.
+// Samples that find faults in fixed-point code: noise of any level, extremes, pulse trains, alternating and
+// constant values, parabolas, repetition. One kind for the whole signal, or another for each of several
+// stretches.
 inline Samples hostile(Random &random, int n) {
     constexpr std::int16_t kExtremes[] = {INT16_MIN, -INT16_MAX, -1, 0, 1, INT16_MAX};
     Samples s;
@@ -130,7 +131,8 @@ inline Samples hostile(Random &random, int n) {
     return s;
 }
 
-// Pulses at every period-th sample, of the given heights in turn.
+// Pulses at first, first + period, ... and zeros between them. The heights repeat in turn, from the first
+// pulse on.
 inline Samples pulses(int n, int period, int first, const std::vector<int> &heights) {
     Samples s;
     std::size_t k = 0;
@@ -158,7 +160,7 @@ inline Samples speech(int rate) {
     return s;
 }
 
-// Whole bytes of samples, and back.
+// The bits of whole bytes of samples, and the samples of bits.
 inline Bytes encode(CvsdState &state, const Samples &pcm) {
     Bytes bits(pcm.size() / 8);
     auto left = static_cast<std::int32_t>(pcm.size());
@@ -175,7 +177,7 @@ inline Samples decode(CvsdState &state, const Bytes &bits) {
     return pcm;
 }
 
-// A block for one stream, with the tracker in it.
+// One stream: a block for either rate, with its tracker.
 struct Stream {
     PlcBlock block;
     cvsd_qor::Block &b = cvsd_qor::unwrap(&block);

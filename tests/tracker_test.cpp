@@ -98,12 +98,12 @@ TEST(CoarsePitch, MoreEdges) {
     // Equal pulses correlate equally at every multiple of their period. The period wins, though its multiple
     // may be near the previous pitch.
     for (const int period : {7, 10, 13}) EXPECT_EQ(coarse(pulses(71, period, 0, {8000}), 160), 8 * period);
-    // 112 is just half of the longest candidate, 224: not less. It is one sample too far from the previous
-    // pitch.
+    // 112 is just half of the longest candidate, 224: not less. It is 38 from the previous pitch, more
+    // than a quarter of it.
     EXPECT_EQ(coarse(pulses(71, 14, 8, {3000, 1500, 2000}), 150), 224);
 
     // By hand: at the lags 30 and 36 c²/e is 25² million / 50, and the first of equals wins. Only lag 41
-    // reaches sample 0, but its -32768 alone makes the saturating sums necessary.
+    // reaches sample 0, but its -32768 alone is beyond the bound of the plain sums.
     //
     // From a search through random sparse signals for a candidate at the end of a tolerance: with the
     // strongest at 200, a candidate within 100 - 9..100 + 9 counts as its half, and 91 is near the previous
