@@ -1,8 +1,8 @@
-// The fixed-point vocabulary of the library: saturating, rounding and normalising operations, each once.
+// The fixed-point operations of the library: saturation, rounding and normalisation, each defined once.
 //
-// Signed integers are two's complement and >> is arithmetic (both guaranteed since C++20). Nothing here has
-// undefined behaviour for any argument inside the range that its comment states; where none is stated, every
-// argument is allowed. A result that can leave its type's range is limited to it, except by wrap16.
+// Signed integers are two's complement and >> is arithmetic (both guaranteed since C++20). An operation is
+// defined for every argument in the range that its comment states, or for every argument if it states none. A
+// result that can leave its type's range is limited to it, except in wrap16.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace cvsd_qor {
 
-// v limited to low..high. Unlike std::clamp it checks nothing in hardened builds, where that one calls the
-// C++ run-time. The limits take v's type, whatever int32_t is on a machine.
+// v limited to low..high. Not std::clamp, whose check in hardened builds calls the C++ run-time. The limits
+// are converted to v's type, as int32_t is not the same type on all machines.
 template <class T>
 constexpr T clamp(T v, std::type_identity_t<T> low, std::type_identity_t<T> high) {
     return std::min(std::max(v, low), high);
@@ -30,26 +30,26 @@ constexpr std::int32_t saturate32(std::int64_t v) {
     return static_cast<std::int32_t>(clamp(v, INT32_MIN, INT32_MAX));
 }
 
-// The low 16 bits as a signed value: v itself where it fits.
+// The low 16 bits as a signed value: v itself if it fits.
 constexpr std::int16_t wrap16(std::int32_t v) { return static_cast<std::int16_t>(v); }
 
 constexpr std::int16_t high_half(std::int32_t v) { return static_cast<std::int16_t>(v >> 16); }
 
-// The longest shift of a 32-bit value. To the right it leaves only the sign, as any longer one would.
+// The longest shift of a 32-bit value. A right shift by 31 leaves only the sign; a longer one would too.
 constexpr int kMaxShift = 31;
 
 // -1 for a negative value, otherwise 0.
 constexpr std::int32_t sign(std::int32_t v) { return v >> kMaxShift; }
 constexpr std::int16_t sign16(std::int16_t v) { return static_cast<std::int16_t>(v >> 15); }
 
-// Loops over samples are fastest over whole vectors of this many. 0 <= n < 2^30.
+// Samples in a vector. Loops over whole vectors are the fastest. 0 <= n < 2^30.
 constexpr int kVector = 8;
 constexpr int whole_vectors(int n) { return (n + kVector - 1) & -kVector; }
 
 // --- Sums -----------------------------------------------------------------------------------------------
 
-// In 32 bits and without a branch, so that it vectorises: a sum has overflowed if its sign differs from both
-// operands'.
+// In 32 bits and without a branch, so that loops vectorise. A sum has overflowed if its sign differs from the
+// signs of both operands.
 constexpr std::int32_t add_sat(std::int32_t a, std::int32_t b) {
     const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
     const std::int32_t overflow = sign((sum ^ a) & (sum ^ b));
@@ -58,7 +58,7 @@ constexpr std::int32_t add_sat(std::int32_t a, std::int32_t b) {
 }
 constexpr std::int32_t sub_sat(std::int32_t a, std::int32_t b) { return saturate32(std::int64_t{a} - b); }
 
-// |v|, the most negative value giving the most positive one.
+// |v|; 32767 for -32768.
 constexpr std::int16_t abs16(std::int16_t v) { return saturate16(std::max<std::int32_t>(v, -v)); }
 
 // --- Products -------------------------------------------------------------------------------------------
@@ -69,35 +69,35 @@ constexpr std::int32_t mul(std::int16_t a, std::int16_t b) { return std::int32_t
 // Weight (Q15) times sample, rounded toward minus infinity.
 constexpr std::int32_t mul_q15(std::int16_t weight, std::int16_t sample) { return mul(weight, sample) >> 15; }
 
-// Weight (Q15) times v, rounded to the nearest, a half upward; |v| <= 2^15.
+// Weight (Q15) times v, rounded to the nearest, halves upward; |v| <= 2^15.
 constexpr std::int32_t mul_q15_rounded(std::int16_t weight, std::int32_t v) {
     return (weight * v + 0x4000) >> 15;
 }
 
-// v times a Q15 value q >= 0: twice the floor of (v >> 1)·q / 2^15, so bit 0 of v does not count. It is
-// defined by the halves of v >> 1, hi·2^15 + lo, as 2·hi·q + 2·((lo·q) >> 15), which is the same. |result| <=
-// |v| + 1 as q < 2^15, and never beyond 32 bits.
+// v times a Q15 value q >= 0: twice the floor of (v >> 1)·q / 2^15, so bit 0 of v has no effect. The
+// definition splits v >> 1 into hi·2^15 + lo and takes 2·hi·q + 2·((lo·q) >> 15), which is the same. As q <
+// 2^15, |result| is at most |v| + 1, and it fits in 32 bits.
 constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
     return static_cast<std::int32_t>(2 * ((std::int64_t{v >> 1} * q) >> 15));
 }
 
 // --- Normalisation and shifts ---------------------------------------------------------------------------
 
-// Left shifts that bring v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0.
+// The left shift that brings v into 2^30..2^31-1 or -2^31..-2^30-1; 0 for 0.
 constexpr int norm32(std::int32_t v) {
     const auto magnitude_bits = static_cast<std::uint32_t>(v ^ sign(v)); // v or -v-1: bit 31 is clear
     return v == 0 ? 0 : std::countl_zero(magnitude_bits << 1 | 1);
 }
 
-// Left shifts that bring v > 0 into 16384..32767.
+// The left shift that brings v > 0 into 16384..32767.
 constexpr int norm16(std::int16_t v) { return norm32(v) - 16; }
 
-// v·2^k for 0 <= k <= norm32(v), or k <= 31 and v = 0: cannot overflow.
+// v·2^k for 0 <= k <= norm32(v), or for v = 0 and k <= 31. It cannot overflow.
 constexpr std::int32_t shift_left(std::int32_t v, int k) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << k);
 }
 
-// v·2^k limited to 32 bits; for k < 0, down to -INT32_MAX, an arithmetic right shift.
+// v·2^k limited to 32 bits. For k < 0, which may be -INT32_MAX, an arithmetic right shift.
 constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
     return saturate32(std::int64_t{v} << clamp(k, 0, kMaxShift)) >> clamp(-k, 0, kMaxShift);
 }
@@ -105,12 +105,13 @@ constexpr std::int32_t shift_left_sat32(std::int32_t v, int k) {
 // The same limited to 16 bits.
 constexpr std::int16_t shift_left_sat16(std::int16_t v, int k) { return saturate16(shift_left_sat32(v, k)); }
 
-// v·2^k for a block of values and one k: a left shift that the caller knows to fit, or an arithmetic right
-// shift of any length.
+// v·2^k with one k for a block of values: a left shift whose result the caller knows to fit, or an arithmetic
+// right shift of any length.
 //
-// The counts stay below the width of T. Compilers make the shift of a 16-bit value one of a 16-bit lane, and
-// g++ 12 does so too where the count may reach 16 and more, though lanes of POWER and z/Architecture take it
-// modulo 16. The masks change nothing: they show clang that 16-bit lanes will do, which halves the shifts.
+// The counts stay below the width of T, because compilers shift 16-bit values in 16-bit lanes. g++ 12 does so
+// even where the count can be 16 or more, but POWER and z/Architecture take the count of a lane modulo 16.
+// The masks do not change a count. They show clang that 16-bit lanes are enough, which halves the number of
+// shifts.
 template <class T>
 struct BlockShift {
     static constexpr int kLongest = std::numeric_limits<T>::digits;
@@ -128,7 +129,7 @@ constexpr std::int16_t div_q15(std::int16_t num, std::int16_t den) {
     return static_cast<std::int16_t>((std::int32_t{num} << 15) / den);
 }
 
-// --- Held at compile time -------------------------------------------------------------------------------
+// --- Checked at compile time ----------------------------------------------------------------------------
 
 static_assert(norm32(0) == 0 && norm32(-1) == 31 && norm32(1) == 30 && norm32(INT32_MAX) == 0);
 static_assert(norm32(INT32_MIN) == 0 && norm32(-(1 << 30)) == 1 && norm32(-(1 << 30) - 1) == 0);

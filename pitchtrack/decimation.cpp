@@ -1,8 +1,8 @@
 // Low-pass filter, decimation by 8 and the block-scaled history of decimated samples.
 //
 // A decimated sample with block exponent e is the filter's accumulator · 2^(e - 16). The history is kept with
-// 3 bits of headroom. The output of a call is brought to one exponent, the smaller of the history's and the
-// new samples'.
+// 3 bits of headroom. All output samples of a call have the same exponent: the smaller of the history's and
+// that of the new samples.
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
 #include "cvsd_qor.h"
@@ -25,12 +25,12 @@ constexpr int kFilter = 60; // coefficients
 constexpr int kMemory = 60; // samples kept of the previous frame
 constexpr int kFrame = 120; // samples
 constexpr int kNew = kFrame / kFactor;
-constexpr int kHistory = 56;               // decimated samples carried over
-constexpr int kKept = kHistory - kNew - 1; // of them, those that stay in their stored form for the next frame
+constexpr int kHistory = 56;               // decimated samples from frame to frame
+constexpr int kKept = kHistory - kNew - 1; // of them, those that the next history takes from this one
 constexpr int kOutput = kHistory + kNew;
 constexpr int kHeadroom = 3; // bits kept free
 
-// The filter in the order of its input, oldest first, with zero taps in front that round its length up to
+// The coefficients in the order of the input, oldest first, with zeros in front that round their number up to
 // whole vectors.
 constexpr int kTaps = whole_vectors(kFilter);
 constexpr AlignedSamples<kTaps> taps = [] {
@@ -53,13 +53,12 @@ static_assert(kPaddedOutput == kHistory + kPaddedNew);
 
 struct Filtered {
     std::int32_t acc[kPaddedNew];
-    int exponent; // left shifts that leave the largest magnitude its headroom, -3..26; less than 0: right
-                  // shifts
+    int exponent; // left shift that leaves the headroom, -3..26; a right shift if negative
 };
 
-// One accumulator for the last sample of each group of 8. Of the largest magnitude only the highest bit
-// counts, which is the highest bit that is set in any of them. The least that counts is 2, so that silence
-// has an exponent.
+// One accumulator for the last sample of each group of 8. The exponent depends only on the highest bit of the
+// largest magnitude, which is the highest bit that is set in any magnitude. Silence gets the exponent of a
+// magnitude of 2.
 Filtered filter(const std::int16_t *in) {
     Filtered f{};
     std::int32_t bits = 2;
@@ -73,9 +72,9 @@ Filtered filter(const std::int16_t *in) {
     return f;
 }
 
-// The left shifts that leave the samples which go into the history their headroom, -1..11: 12 - p if the
-// largest has p bits. The least that counts is 1. -32768, which only a direct call's state can hold, counts
-// as 32767.
+// The left shift that leaves the samples for the history their headroom, -1..11: 12 - p if the largest
+// magnitude has p bits, and 11 for silence. -32768, which only the state of a direct call can hold, counts as
+// 32767.
 int headroom_of(const std::int16_t *out) {
     std::uint16_t bits = 1;
     for (int j = kNew; j < kPaddedOutput; ++j) {
@@ -95,8 +94,8 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     const int common_exp = std::min<int>(state->decim_exp, new_exp);
     const int drop = state->decim_exp - common_exp; // bits that the history loses
 
-    // Shifted by new_exp at most, an accumulator stays below 2^(31 - kHeadroom): neither the shift nor the
-    // rounding can overflow, and the result is at most 2^(15 - kHeadroom).
+    // common_exp is at most new_exp, so a shifted accumulator stays below 2^(31 - kHeadroom). Neither the
+    // shift nor the rounding can overflow, and the result is at most 2^(15 - kHeadroom).
     AlignedSamples<kPaddedOutput> common;
     const BlockShift<std::int16_t> to_common(-drop);
     for (int j = 0; j < kHistory; ++j) common.at[j] = to_common(state->decim_hist[j]);
@@ -104,10 +103,12 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     for (int m = 0; m < kPaddedNew; ++m) common.at[kHistory + m] = high_half(scale(acc[m]) + 0x8000);
     copy_samples<kOutput>(common.at, out);
 
-    // The history moves on by a frame. Its first 40 samples are shifted from their stored form, which keeps
-    // the bits that the common exponent dropped. Its last 16, one old and 15 new, come from the output. If
-    // every |v >> drop| that goes into it is below 2^p, the headroom is 12 - p and a stored v is below 2^(p +
-    // drop): either way the result is within ±2^12. So nothing overflows, and no output is beyond 4096.
+    // The history moves by one frame. Its first 40 samples come from the stored history, which still has the
+    // bits that the output drops. Its last 16, one old and 15 new, come from the output.
+    //
+    // Let every |v >> drop| of these samples be below 2^p. Then samples from the output are shifted by 12 -
+    // p, and those from the stored history, where |v| is below 2^(p + drop), by drop less. Both results are
+    // within ±2^12. So nothing overflows, and no output is beyond 4096.
     const int headroom = headroom_of(common.at);
     const BlockShift<std::int16_t> restore(headroom - drop);
     for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j + kNew]);

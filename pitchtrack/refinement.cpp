@@ -1,5 +1,8 @@
-// Pitch refinement: normalised cross-correlation at full rate over the lags within 3 samples of the coarse
-// pitch, and the ratio of amplitudes one pitch apart.
+// Pitch refinement: normalised cross-correlation at 16000 Hz over the lags within 3 samples of the coarse
+// pitch, and the ratio of the amplitudes one pitch apart.
+//
+// The window is the newest n samples, up to 120. The segment of a lag is the n samples that are `lag` samples
+// older.
 #include "arith/correlation.h"
 #include "arith/fixed_point.h"
 #include "arith/samples.h"
@@ -13,19 +16,19 @@ using namespace cvsd_qor;
 namespace {
 
 constexpr int kSignal = 561;    // samples of history
-constexpr int kMaxWindow = 120; // samples that are compared; fewer for a shorter pitch
+constexpr int kMaxWindow = 120; // samples; n is less for a shorter pitch
 constexpr int kShortestLag = 40;
 constexpr int kLongestLag = 320;
-constexpr int kReach = 3; // lags tried on either side of the coarse pitch
+constexpr int kReach = 3; // lags on each side of the coarse pitch
 constexpr int kLags = 2 * kReach + 1;
 
-// Beyond these the window's length would be negative or a segment would begin before the history. The coarse
-// search stays within 36..324.
+// Beyond these limits the window's length would be negative, or a segment would begin before the history. The
+// coarse search stays within 36..324.
 constexpr int kCoarseMin = 0;
 constexpr int kCoarseMax = kSignal - kMaxWindow + kReach;
 
-// kMaxWindow zeros, then as many times -1: read from [n] on, a mask that keeps the newest n of kMaxWindow
-// samples.
+// kMaxWindow times 0, then kMaxWindow times -1. From [n] on this is a mask that keeps the newest n of
+// kMaxWindow samples.
 constexpr struct Masks {
     std::int16_t at[2 * kMaxWindow]{};
     constexpr Masks() {
@@ -33,8 +36,8 @@ constexpr struct Masks {
     }
 } masks;
 
-// The n samples before `end`, n in 0..kMaxWindow, with zeros in front up to kMaxWindow: every sum has one
-// known length.
+// The n samples before `end`, n in 0..kMaxWindow, with zeros in front of them up to kMaxWindow. So every sum
+// has the same length, which the compiler knows.
 struct Segment {
     const std::int16_t *samples;
     const std::int16_t *mask;
@@ -43,7 +46,7 @@ struct Segment {
     std::int16_t operator[](int i) const { return static_cast<std::int16_t>(samples[i] & mask[i]); }
 };
 
-// The segment that all others are compared with, stored with its zeros.
+// The window, stored with its zeros.
 using Window = AlignedSamples<kMaxWindow>;
 
 void store(Segment segment, Window &w) {
@@ -62,8 +65,8 @@ std::int32_t energy_of_eighths(const Samples &s) {
     return sum_of<kMaxWindow>([&s](int i) { return (s[i] >> 3) * (s[i] >> 3); });
 }
 
-// Sum of a Segment's or a Window's magnitudes, -32768 counting as 32767. Written as products of value and
-// sign, it becomes multiply-adds too.
+// Sum of a Segment's or a Window's magnitudes, where -32768 counts as 32767. As a sum of products of value
+// and sign it compiles to multiply-adds too.
 template <class Samples>
 std::int32_t sum_of_magnitudes(const Samples &s) {
     return sum_of<kMaxWindow>([&s](int i) {
@@ -73,18 +76,18 @@ std::int32_t sum_of_magnitudes(const Samples &s) {
     });
 }
 
-// What is searched. The segment of a lag is the n samples that lie `lag` samples before the newest n.
+// What is searched.
 struct Task {
     const std::int16_t *end; // one past the newest sample
     int n;
-    int first, last; // lags, kLags of them at the most
-    const Window &newest;
+    int first, last; // lags, at most kLags
+    const Window &window;
 };
 
-// Correlations stand in the order of their segments in memory, energies in the order in which they are
-// updated.
+// Correlations are in the order of their segments in memory, energies in the order in which they are
+// computed.
 struct Sums {
-    std::int32_t corr[kVector]; // [last - lag]; those of other lags mean nothing
+    std::int32_t corr[kVector]; // [last - lag]; the other elements are not used
     std::int32_t energy[kLags]; // [lag - first], of the lag's segment
 };
 
@@ -95,21 +98,21 @@ struct Best {
     NormalisedCorrelation record;
 };
 
-// With q = h >> 3 for a sample h of the history and s = h >> shift for a searched one, s = 2^(3-shift)·q + r
-// with 0 <= r <= 7. This is the largest energy of r over a segment.
+// Let h be a sample of the history, q = h >> 3, and s = h >> shift the sample that is searched. Then
+// s = 2^(3-shift)·q + r with 0 <= r <= 7. This is the largest energy of r over a segment.
 constexpr std::int32_t kMaxRestEnergy = 7 * 7 * kMaxWindow;
 
-// Half of the bits by which Q, the sum of q² over the first lag's segment, exceeds 25, rounded up: Q <
-// 2^25·4^shift. A silent segment, norm32(0) being 0, is shifted by 3.
+// Let Q be the sum of q² over the first lag's segment. The shift is half of the bits that Q has beyond 25,
+// rounded up, so Q < 2^25·4^shift. For a silent segment it is 3, as norm32(0) is 0.
 int shift_for(std::int32_t first_q) { return std::max((7 - norm32(first_q)) >> 1, 0); }
 
-// So the energy of that segment is below (8·sqrt(2^25) + sqrt(kMaxRestEnergy))², which an unsigned 32-bit sum
-// holds.
+// So the energy of that segment is below (8·sqrt(2^25) + sqrt(kMaxRestEnergy))², which fits in an unsigned
+// 32-bit sum.
 static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kMaxRestEnergy);
 static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 
-// Energies from lag to lag, by the sample that leaves the segment and the one that enters it. Returns the
-// largest, in full; the stored ones hold if that one is at most INT32_MAX.
+// Sliding energy: from lag to lag one sample leaves the segment and one enters. Returns the largest energy,
+// in 64 bits. The stored energies are valid if it is at most INT32_MAX.
 std::int64_t slide_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
     std::int64_t energy = energy_of(Segment(segment_end, t.n));
@@ -125,37 +128,38 @@ std::int64_t slide_energy(const Task &t, Sums &sums) {
     return largest;
 }
 
-// Whether no sum of the search can leave 32 bits: then sums in any order equal the ordered saturating ones.
+// Whether no sum of the search can leave 32 bits. Then plain sums in any order equal the ordered saturating
+// ones.
 //
-// A partial sum of products is at most the norm of the newest samples times that of the segment
-// (Cauchy-Schwarz). The shift says nothing of the newest samples, so their energy may exceed 32 bits; that of
-// their eighths, W, does not. With s = 8·(s >> 3) + r their energy is at most (8² + 1²)·(W + kMaxRestEnergy),
-// by the same inequality.
+// By the Cauchy-Schwarz inequality a partial sum of products is at most sqrt(energy of the window · energy of
+// the segment). The shift does not bound the window, so its energy may exceed 32 bits. The energy W of its
+// samples >> 3 does not. As s = 8·(s >> 3) + r, the same inequality bounds the window's energy by 65 times
+// W + kMaxRestEnergy, where 65 is 8² + 1².
 bool is_exact(const Task &t, std::int64_t largest_energy) {
     constexpr std::int64_t kLimit = std::int64_t{INT32_MAX} * INT32_MAX / (8 * 8 + 1);
     return largest_energy <= INT32_MAX &&
-           largest_energy * (energy_of_eighths(t.newest) + std::int64_t{kMaxRestEnergy}) <= kLimit;
+           largest_energy * (energy_of_eighths(t.window) + std::int64_t{kMaxRestEnergy}) <= kLimit;
 }
 
-// Always kLags correlations, so that their count is known. Segments of lags below `first` lie in the history
-// too, as last >= kShortestLag >= kLags.
+// Always computes kLags correlations, a number that the compiler knows. The segments of lags below `first`
+// lie in the history too, as last >= kShortestLag >= kLags.
 void correlate(const Task &t, Sums &sums) {
     const std::int16_t *segment = t.end - kMaxWindow - t.last;
-    for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(t.newest, segment + k);
+    for (int k = 0; k < kLags; ++k) sums.corr[k] = sum_of_products(t.window, segment + k);
 }
 
-// The sums as they are defined, each addition limited to 32 bits.
+// The sums by their definition: every addition is limited to 32 bits.
 [[gnu::noinline]] void correlate_saturating(const Task &t, Sums &sums) {
     const std::int16_t *segment = t.end - kMaxWindow - t.last;
     std::int32_t corr[kVector]{};
     for (int i = 0; i < kMaxWindow; ++i) {
-        for (int k = 0; k < kVector; ++k) corr[k] = add_sat(corr[k], mul(t.newest[i], segment[i + k]));
+        for (int k = 0; k < kVector; ++k) corr[k] = add_sat(corr[k], mul(t.window[i], segment[i + k]));
     }
     std::copy_n(corr, kVector, sums.corr);
 }
 
-// Follows slide_energy(), which leaves the first energy's unsigned sum. Its terms are not negative, so
-// limiting the sum is the same as limiting each addition.
+// Called after slide_energy(), which leaves the first energy as an unsigned sum. Its terms are not negative,
+// so a limit on the sum is the same as a limit on each addition.
 [[gnu::noinline]] void limit_energy(const Task &t, Sums &sums) {
     const std::int16_t *segment_end = t.end - t.first;
     const auto first = static_cast<std::uint32_t>(sums.energy[0]);
@@ -176,7 +180,7 @@ Best search(const Task &t) {
         correlate_saturating(t, sums);
     }
 
-    // A negative first correlation competes as -1. If its energy is 0, no other lag can beat it.
+    // A negative correlation of the first lag counts as -1. If its energy is 0, no other lag can beat it.
     const std::int32_t first_corr = std::max<std::int32_t>(sums.corr[t.last - t.first], -1);
     Best best{t.first, first_corr, sums.energy[0], normalise(first_corr, sums.energy[0])};
     for (int lag = t.first + 1; lag <= t.last; ++lag) {
@@ -189,8 +193,8 @@ Best search(const Task &t) {
     return best;
 }
 
-// current / past in Q14, at most 2 - 2^-14. The numerator is normalised one bit short of the denominator, so
-// that the quotient is below 1.
+// current / past in Q14, at most 2 - 2^-14. The numerator is normalised to one bit less than the denominator,
+// so that the quotient is below 1.
 std::int16_t ratio_q14(std::int32_t current, std::int32_t past) {
     if (past == 0) return 0;
     const int current_shift = norm32(current);
@@ -220,13 +224,13 @@ std::int16_t PLC_RefinePitch(const PitchTrackerState * /*state*/, std::int16_t *
         end = scaled + kSignal;
     }
 
-    Window newest;
-    store(Segment(end, n), newest);
-    const Task task{end, n, first, last, newest};
+    Window window;
+    store(Segment(end, n), window);
+    const Task task{end, n, first, last, window};
     const Best best = search(task);
 
     const std::int16_t ratio =
-        ratio_q14(sum_of_magnitudes(newest), sum_of_magnitudes(Segment(end - best.lag, n)));
+        ratio_q14(sum_of_magnitudes(window), sum_of_magnitudes(Segment(end - best.lag, n)));
     const std::int16_t signed_ratio = wrap16(clamp<int>(best.corr < 0 ? -ratio : ratio, -16384, 16384));
     *refine_len = wrap16(n);
     *scale_shift = wrap16(shift);

@@ -1,4 +1,4 @@
-// The wideband pitch tracker: one frame through decimation, coarse search and refinement.
+// The wideband pitch tracker: decimation, coarse search and refinement of one frame.
 #include "arith/samples.h"
 #include "cvsd_qor.h"
 
@@ -12,7 +12,7 @@ constexpr int kFrame = 120;
 constexpr int kSignal = 561;
 constexpr int kPast = kSignal - kFrame;
 constexpr int kFilterMemory = 60;
-constexpr int kDecimated = kFilterMemory + kFrame; // index in the work area behind the filter's input
+constexpr int kDecimated = kFilterMemory + kFrame; // index in the work area, behind the filter's input
 
 } // namespace
 
