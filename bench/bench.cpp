@@ -1,5 +1,5 @@
-// What each part costs on the shipped speech. One iteration is one pass over a clip, so that every run does
-// the same work; the counters are of one frame.
+// The time of each part on the shipped speech. One iteration is one pass over a clip, so that every run does
+// the same work. The counters are per frame.
 #include "speech.h"
 
 #include "plc/block.h"
@@ -18,7 +18,7 @@ using benchmark::State;
 
 constexpr double kLongFrame = 0.0075; // seconds: 120 samples at 16000 Hz, 60 bytes of the bit stream
 
-// Runs passes of so many frames of so many seconds each, and reports what a frame costs.
+// Runs passes of `frames` frames, each `seconds` long, and reports the time of a frame.
 template <class Step>
 void passes(State &state, std::size_t frames, double seconds, Step step) {
     for (auto _ : state) {
@@ -49,7 +49,7 @@ void narrowband_pitch(State &state) {
     });
 }
 
-// The tracker over the clip, with what each of its stages gets there.
+// The tracker on the clip, and the input of each of its stages in every frame.
 struct Tracker {
     Samples speech = clip(16000);
     std::size_t frames = speech.size() / 120;
@@ -98,7 +98,8 @@ void frames(State &state) {
     passes(state, link.lost.size(), link.seconds(), [&](std::size_t i) { link.pass(0, i); });
 }
 
-// Streams side by side on every core: x_realtime is how many the machine carries at once.
+// 64 streams on each core, one frame of each in turn. x_realtime is the number of streams that the machine
+// can carry.
 void streams(State &state) {
     constexpr std::size_t kStreams = 64;
     Link link = link_of(state, kStreams);

@@ -1,5 +1,5 @@
-// Passes the shipped speech once through the codec or the concealment. scripts/bench runs this under
-// emulation and counts the instructions of every call.
+// Passes the shipped speech once through the codec or the concealment. scripts/bench runs this in an emulator
+// and counts the instructions of every call.
 //
 // usage: count codec | count RATE PERCENT_LOST
 #include "speech.h"
@@ -12,7 +12,7 @@ int main(int argc, char **argv) {
         for (std::size_t i = 0; i < link.lost.size(); ++i) link.pass(0, i);
     } else {
         Samples narrow = clip(8000);
-        narrow.resize(16000); // two seconds do: the cost of a packet hardly depends on what is in it
+        narrow.resize(16000); // two seconds are enough: the cost hardly depends on the samples
         CodecStream stream(narrow);
         for (std::size_t i = 0; i < stream.packets; ++i) stream.decode(i);
     }

@@ -24,7 +24,7 @@ inline Samples clip(std::int32_t rate) {
     return samples;
 }
 
-// A stream at 64000 Hz, straight lines between the samples of a narrowband one, and its bits.
+// A stream at 64000 Hz, interpolated linearly between narrowband samples, and its bits.
 struct CodecStream {
     static constexpr std::size_t kPacket = 60; // bytes, 8 samples each
     CvsdState codec{};
@@ -53,8 +53,7 @@ struct CodecStream {
     }
 };
 
-// A clip, cut into frames, of which so many percent are lost, in bursts of three on average; and streams of
-// it.
+// Streams of a clip in frames. The given percentage of the frames is lost, in bursts of three on average.
 struct Link {
     std::int32_t rate;
     std::size_t frame_len;

@@ -1,4 +1,4 @@
-// Codec: any samples and therefore any bits, any record, calls of any lengths.
+// Codec: any samples, and so any bits; any record; calls of any lengths.
 #include "cvsd_qor.h"
 #include "fuzz/hostile.h"
 
@@ -11,8 +11,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 bool same(const CvsdState &a, const CvsdState &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-// The whole input through calls whose two lengths come from the fuzzer, and what is left at its end in one
-// call.
+// Passes the whole input through calls whose two lengths come from the fuzzer. The last call takes the rest.
 template <class Out, class In, class Process>
 std::vector<Out> pieces(Process process, CvsdState &state, std::vector<In> input, const Bytes &cuts) {
     FuzzedDataProvider lengths(cuts.data(), cuts.size());
@@ -53,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     check(pieces<std::uint8_t>(CVSD_ENC_Process, cut, samples, cuts) == bits && same(cut, whole));
     check(std::abs(whole.accumulator) <= 2097151 && whole.step >= 10240 && whole.step <= 1310720);
 
-    // The decoder follows the encoder's reconstruction exactly.
+    // The decoder's record equals the encoder's.
     CvsdState decoder = start;
     cut = start;
     const auto pcm = pieces<std::int16_t>(CVSD_DEC_Process, decoder, bits, {});

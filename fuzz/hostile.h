@@ -1,5 +1,5 @@
-// What the fuzz targets share. Every buffer is a heap object of its exact size, so that the red zones which
-// the address sanitizer lays around it guard against reads and writes beyond it.
+// What the fuzz targets share. Every buffer is a heap object of its exact size. So the address sanitizer,
+// with its red zones around heap objects, finds each read and write outside a buffer.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ inline void check(bool holds) {
     if (!holds) std::abort();
 }
 
-// n samples from a few bytes of input: what the input spells out, random steps, a pulse train or noise of any
-// level.
+// n samples from the fuzzer's input: the input itself, or from a few bytes of it random steps between
+// two levels, a pulse train or noise, of any level.
 inline Samples hostile(FuzzedDataProvider &in, std::size_t n) {
     Samples samples(n);
     const int kind = in.ConsumeIntegralInRange(0, 3);

@@ -1,4 +1,4 @@
-// Tracker functions and primitives, each called directly with hostile samples, states and counts.
+// The functions of the tracker and the primitives: direct calls with hostile samples, states and counts.
 #include "fuzz/hostile.h"
 #include "plc/block.h"
 
@@ -31,7 +31,7 @@ void track(FuzzedDataProvider &in) {
     check(std::abs(t.amp_ratio) <= 16384 && t.amp_weight == std::max((3 * t.amp_ratio) >> 7, 0));
 }
 
-// A block of either rate in a loss of any length, with any segment to repeat.
+// A block of either rate in a burst of any length, with any repeated segment.
 void synthesise(FuzzedDataProvider &in) {
     PlcBlock block;
     g711plc_construct_v2(&block, in.ConsumeBool() ? 8000 : 16000);

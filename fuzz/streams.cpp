@@ -1,4 +1,5 @@
-// Streams: rate, samples and losses from the input; what the block documents holds after every call.
+// Streams: the rate, the samples and the lost frames come from the input. After every call the fields of the
+// block and of the tracker are in their documented ranges.
 #include "fuzz/hostile.h"
 #include "plc/block.h"
 
@@ -43,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::int32_t rate = in.ConsumeBool() ? 16000 : 8000;
     PlcBlock fresh;
     g711plc_construct_v2(&fresh, rate);
-    const auto block = std::make_unique<PlcBlock>(); // between the red zones of the sanitizer
+    const auto block = std::make_unique<PlcBlock>(); // on the heap: with red zones around it
     check(g711plc_construct_v2(block.get(), rate) == 0);
     const Block &b = unwrap(block.get());
 
