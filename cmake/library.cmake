@@ -3,6 +3,9 @@
 set(CVSD_QOR_SOURCES
   cvsd/decoder.cpp
   cvsd/encoder.cpp
+  pitchtrack/coarse_candidates.cpp
+  pitchtrack/coarse_choice.cpp
+  pitchtrack/coarse_correlation.cpp
   pitchtrack/coarse_pitch.cpp
   pitchtrack/decimation.cpp
   pitchtrack/refinement.cpp
