@@ -53,7 +53,8 @@ Peaks find_peaks(const Lags &lags) {
     return peaks;
 }
 
-// Turns troughs into peaks. The exponents stay as they are.
+// Turns troughs into peaks. This negates the normalised values, it does not normalise again: the exponents
+// stay as they are.
 [[gnu::cold]] void negate(Lags &lags) {
     for (int i = 0; i < kLags; ++i) {
         lags.corr[i] = sub_sat(0, lags.corr[i]);
@@ -69,6 +70,7 @@ constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::int16_t kOffset[] = {x[0], x[1], x[2], x[3]};            // 1/8 .. 4/8 of a lag, Q15
 constexpr std::int16_t kOffsetSquared[] = {x2[0], x2[1], x2[2], x2[3]}; // their squares
 
+// Exact if lags.exact is set: the bound stands at kExactPeak.
 struct Plain {
     static constexpr std::int32_t add(std::int32_t a, std::int32_t b) { return a + b; }
     static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return a - b; }
@@ -81,7 +83,8 @@ struct Saturating {
 
 // The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour (the earlier one
 // if neither is better). The correlations lie on the parabola through the peak and its neighbours, the
-// energies on the straight line from the peak to the better neighbour.
+// energies on the straight line from the peak to the better neighbour. A point with a negative correlation
+// counts by its magnitude, as normalise() drops the sign.
 template <class A>
 Candidate interpolate(const Lags &lags, int peak) {
     const std::int32_t centre = lags.corr[peak];

@@ -42,12 +42,12 @@ constexpr std::int16_t kMultipleWidth = 1966;                                   
 constexpr std::int16_t kMultiple[] = {MPTH[0], MPTH[1], MPTH[2], MPTH[3], 9830}; // 0.70 .. 0.30, Q15
 
 // Rule 2
-constexpr std::int32_t kLongerNear = 51118;                                  // 0.78, Q16
-constexpr std::int32_t kShorterNear = 28180;                                 // 0.43, Q16
+constexpr std::int32_t kLongerNear = 25559;                                  // 0.78, Q15
+constexpr std::int32_t kShorterNear = 14090;                                 // 0.43, Q15
 constexpr std::int16_t kSubMultipleWidth = 3113;                             // 0.095, Q15
 constexpr std::int16_t kReciprocal[] = {invk[0], invk[1], invk[2], invk[3]}; // 1/2 .. 1/5, Q15
 
-// Every candidate of positive energy beats this record, as none has a negative c2.
+// Every candidate of positive energy beats this record, as no candidate has a negative c2.
 constexpr NormalisedCorrelation kWeakest = {INT16_MIN, 1, 0};
 
 // The strongest of the candidates that it is offered, the first of equals.
@@ -62,10 +62,11 @@ struct Strongest {
         }
     }
 
-    // Saturating sums and rounding in the interpolation can leave an energy that is not positive. -32768
-    // counts as -32767 here, so that no product leaves 32 bits. The result is the same: 2·c2 <= 65534 is
-    // compared with (2^31 - 2^16) >> k instead of (2^31 - 1) >> k. They are equal for k >= 16, and for k < 16
-    // both are at least 65534.
+    // Saturating sums and rounding in the interpolation can leave an energy that is not positive. By
+    // definition the doubled product of -32768 and -32768 saturates to 2^31 - 1. Here an energy of -32768
+    // counts as -32767, so that no product leaves 32 bits. The result is the same: 2·c2 <= 65534 is compared
+    // with (2^31 - 2^16) >> k instead of (2^31 - 1) >> k. They are equal for k >= 16, and for k < 16 both are
+    // at least 65534.
     static bool beats_weakest(const NormalisedCorrelation &r) {
         return r.energy > 0 || beats({r.c2, std::max<std::int32_t>(r.energy, -32767), r.exponent}, kWeakest);
     }
@@ -89,23 +90,24 @@ Strongest strongest_near(const Candidates &c, std::int16_t prev) {
 
 // Whether a's strength exceeds a fraction of b's: the fraction scales a's energy down. Out of line, as calls
 // are rare.
-[[gnu::noinline]] bool exceeds(NormalisedCorrelation a, const NormalisedCorrelation &b, std::int32_t fraction,
-                               int fraction_bits) {
-    a.energy = (a.energy * fraction) >> fraction_bits;
+[[gnu::noinline]] bool exceeds(NormalisedCorrelation a, const NormalisedCorrelation &b,
+                               std::int32_t fraction) {
+    a.energy = (a.energy * fraction) >> 15;
     return beats(a, b);
 }
 
-// Rule 1: whether each multiple of candidate j's lag has a candidate beside it.
+// Rule 1: whether each multiple of candidate j's lag has a candidate beside it. The lower end of the
+// tolerance is excluded, the upper end included.
 bool has_all_multiples(const Candidates &c, int j, const NormalisedCorrelation &best) {
     const std::int32_t period = c.at[j].lag;
     int i = j;
-    int k = 0;
+    int k = 0; // into kMultiple, 0 for the double
     for (std::int32_t multiple = 2 * period; multiple <= c.longest(); multiple += period, ++k) {
         const std::int32_t tolerance = mul_q15_rounded(kMultipleWidth, multiple);
         for (;; ++i) {
             if (i == c.count || c.at[i].lag > multiple + tolerance) return false;
             if (c.at[i].lag <= multiple - tolerance) continue;
-            if (exceeds(c.at[i].record, best, kMultiple[std::min(k, 4)], 15)) break;
+            if (exceeds(c.at[i].record, best, kMultiple[std::min(k, 4)])) break;
         }
     }
     return true;
@@ -124,21 +126,21 @@ bool is_sub_multiple(std::int32_t lag, std::int32_t whole) {
 } // namespace
 
 std::int32_t choose(const Candidates &c, std::int16_t prev) {
-    const int best = std::max(strongest(c).index, 0);
+    const int best = std::max(strongest(c).index, 0); // the first if none beats kWeakest
     const int near = strongest_near(c, prev).index;
     const NormalisedCorrelation &best_record = c.at[best].record;
     const std::int32_t best_lag = c.at[best].lag;
 
     // Rule 1. Ends at the longest candidate at the latest.
     for (int j = 0; 2 * c.at[j].lag < c.longest(); ++j) {
-        const bool strong = exceeds(c.at[j].record, best_record, j == near ? kPeriodNear : kPeriod, 15);
+        const bool strong = exceeds(c.at[j].record, best_record, j == near ? kPeriodNear : kPeriod);
         if (strong && has_all_multiples(c, j, best_record)) return c.at[j].lag;
     }
 
     // Rule 2.
     if (near >= 0 && near != best) {
         const bool longer = near > best;
-        const bool strong = exceeds(c.at[near].record, best_record, longer ? kLongerNear : kShorterNear, 16);
+        const bool strong = exceeds(c.at[near].record, best_record, longer ? kLongerNear : kShorterNear);
         if (strong && (longer || is_sub_multiple(c.at[near].lag, best_lag))) return c.at[near].lag;
     }
 

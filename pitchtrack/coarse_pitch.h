@@ -20,18 +20,19 @@ constexpr int kLagSlots = kPaddedLags + 1;
 struct Lags {
     std::int32_t corr[kLagSlots];   // correlation of the window with the window delayed by the lag
     std::int32_t energy[kLagSlots]; // of the delayed window
-    // c²/e, normalised; zero behind the lags. c2 has the sign of the correlation.
+    // c²/e, normalised; zero behind the lags. c2 has the sign of the correlation: find_candidates() compares
+    // signed values and, to take troughs, negates them.
     std::int16_t c2[kLagSlots];
     std::int16_t mantissa[kLagSlots];
     std::int16_t exponent[kLagSlots];
-    bool exact; // no sum can overflow, here and in the interpolation
+    bool exact; // no sum can overflow, here and in the interpolation: kExactPeak has the proof
 
     NormalisedCorrelation record(int i) const { return {c2[i], mantissa[i], exponent[i]}; }
 };
 
 struct Candidate {
-    std::int32_t lag; // samples at 16000 Hz
-    NormalisedCorrelation record;
+    std::int32_t lag;             // samples at 16000 Hz
+    NormalisedCorrelation record; // c2 >= 0; the energy is <= 0 only after saturating arithmetic or rounding
 };
 
 constexpr int kMaxCandidates = 7;
