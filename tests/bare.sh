@@ -1,6 +1,6 @@
 #!/bin/sh
-# Walks the pages on a machine that has nothing but Debian 12 and git: makes one in a directory of its own, and pastes
-# every block of the README and of docs/ there, first as root, then as an ordinary user.
+# Runs the code blocks of the README and of docs/ on a machine that has nothing but Debian 12 and git: installs such a
+# Debian into a temporary directory and runs tests/docs.sh there, first as root, then as an ordinary user.
 # Needs root, and the network for Debian's packages. usage: bare.sh
 set -eu
 cd "$(dirname "$0")/.."
@@ -9,16 +9,20 @@ scripts/install-packages --for "making a bare Debian in a directory" debootstrap
 bare=$(mktemp -d)
 trap 'rm -rf "$bare" "$bare.log"' EXIT
 trap 'exit 1' INT TERM HUP
-chmod 755 "$bare" # the ordinary user must get in
+chmod 755 "$bare" # so that the ordinary user can enter
 
-# From where this machine gets its packages, and as it does.
-# shellcheck disable=SC2016 # apt-get puts in what it means
+# From the package source of this machine, with its settings.
+# shellcheck disable=SC2016 # a format of apt-get, not a shell command
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' 'Codename: bookworm' | head -n 1)
 echo "Downloading a bare Debian 12 with git into $bare, for this test alone"
-debootstrap --variant=minbase --include=git bookworm "$bare" ${mirror:+"$mirror"} >"$bare.log" || { cat "$bare.log"; exit 1; }
+if ! debootstrap --variant=minbase --include=git bookworm "$bare" ${mirror:+"$mirror"} >"$bare.log"; then
+    cat "$bare.log"
+    exit 1
+fi
 rm "$bare.log"
 cp -a /etc/apt/apt.conf.d "$bare/etc/apt/"
 
+# Runs the blocks in a copy of the tree in the user's home.
 walk() { # USER HOME
     mkdir "$bare$2/cvsd_qor"
     tar --exclude='./build*' --exclude=./.git --exclude=./out -cf - . | tar -C "$bare$2/cvsd_qor" -xf -

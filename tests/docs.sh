@@ -1,6 +1,7 @@
 #!/bin/sh
 # Runs the code blocks of pages as a reader would: all blocks of a page, in order, in one shell. That shell starts at
-# the root of the tree, and its environment holds PATH and HOME alone. The language of a block says what is done with it:
+# the root of the tree, and its environment holds PATH and HOME alone. What is done with a block depends on its
+# language:
 #   sh      is run as it stands
 #   c       with a first line /* NAME.c */ is saved under that name; otherwise compiled, and run if it has a main
 #   cmake   becomes a part of a project that has the tree in cvsd_qor/; the project's program is built and run
@@ -22,7 +23,8 @@ set -eu
 # --- In the clean shell: run_blocks and what it calls ---
 
 # Runs each block. A command that fails ends this shell, as it runs with -e; the trap then prints what the block has
-# printed, and which block it was. At that moment standard output is a file of the block: descriptor 3 keeps the true one.
+# printed, and which block it was. At that moment standard output is a file of the block, so descriptor 3 keeps the
+# original one.
 run_blocks() { # BLOCK...
     set +u # the commands of a page may use variables that are not set
     exec 3>&1
@@ -88,8 +90,8 @@ run_cmake_block() {
 
 # --- Outside of it: what prepares the blocks ---
 
-# Writes each block with a language to the file DIRECTORY/LINE.LANGUAGE. LINE is that of its first fence, in four digits:
-# so the files sort in the order of the page.
+# Writes each block with a language to the file DIRECTORY/LINE.LANGUAGE. LINE is where the block begins, in four digits,
+# so that the files sort in the order of the page.
 extract_blocks() { # PAGE DIRECTORY
     awk -v directory="$2" '
         /^ *```/ && !inside {

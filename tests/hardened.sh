@@ -1,6 +1,7 @@
 #!/bin/sh
-# What distributions harden their builds with, and the checking modes of C++'s libraries, change nothing of what the
-# library needs: the shared one is as binary.sh wants it, and a C program links the static one without C++'s run-time.
+# The options that distributions use to harden their builds, and the checking modes of the C++ libraries, do not change
+# what the library needs: with each of them the shared library passes binary.sh, and a C program links the static one
+# without the C++ run-time library.
 # usage: hardened.sh TREE READELF OBJDUMP
 set -eu
 tree=$1
@@ -10,7 +11,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-hardened() { # COMPILER FLAGS
+# Builds with these flags and checks the result. A compiler that is not installed is skipped.
+hardened() { # C_COMPILER FLAGS
     cc=$1
     cxx=${cc%cc}++
     echo "$cxx $2"
@@ -22,9 +24,12 @@ hardened() { # COMPILER FLAGS
     rm -rf build
     cmake -S "$tree" -B build -D CMAKE_BUILD_TYPE=Release -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" \
         -D CMAKE_CXX_FLAGS="$2" -D CMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY -D CVSD_QOR_STATIC=ON >log
-    cmake --build build --target cvsd_qor --target cvsd_qor_static >log 2>&1 || { cat log; return 1; }
+    if ! cmake --build build --target cvsd_qor --target cvsd_qor_static >log 2>&1; then
+        cat log
+        exit 1
+    fi
     "$tree"/tests/binary.sh "$readelf" "$objdump" build/libcvsd_qor.so "$tree/include/cvsd_qor.h" \
-        "$tree/cmake/exports.map" || return 1
+        "$tree/cmake/exports.map"
     "$cc" -I"$tree/include" "$tree/examples/minimal.c" build/libcvsd_qor.a -o minimal
 }
 

@@ -1,5 +1,5 @@
 #!/bin/sh
-# The public header under every language standard that it names, and the receiver's loop that it shows, run.
+# Compiles the public header under every language standard that it names, and runs the receiver's loop that it shows.
 # usage: header.sh HEADER_DIRECTORY LIBRARY    (CC, CXX and EMULATOR in the environment)
 set -eu
 headers=$1
@@ -10,7 +10,7 @@ cd "$work"
 warnings="-Wall -Wextra -pedantic -Wshadow -Werror"
 
 printf '#include "cvsd_qor.h"\n' >alone.c
-# A program with names like those of the tables, before the header, behind it and around it.
+# A program that uses the names of the tables for its own variables, before the header and after it.
 cat >names.c <<'END'
 static int before(void) { int x = 1, x2 = x; return x2; }
 #define CVSD_QOR_NO_TABLES
@@ -31,7 +31,11 @@ for source in alone names; do
     done
 done
 
-# Frames of 1000, of which the tenth is lost: concealed, the level stays, one frame late.
+# 20 frames in which each sample is 1000; the tenth is lost. Concealed and one frame late, the samples are still 1000.
+# The loop stands in the header's first comment, from the declaration of the block to the closing brace:
+#  *     PlcBlock block;
+#  *     ...
+#  *     }
 {
     cat <<'END'
 #include "cvsd_qor.h"

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Packs the release build, installs the package on this machine, builds and runs programs against it, removes it again.
+# Packs the release build as a .deb, installs it on this machine, builds and runs programs with it, and removes it.
 # Needs root. usage: package.sh
 set -eu
 cd "$(dirname "$0")/.."
@@ -17,5 +17,8 @@ CC=cc CXX=c++ tests/consumer/run.sh /usr $build/package-consumer -G Ninja
 trap - EXIT
 dpkg --purge libcvsd-qor
 for file in $files; do
-    ! [ -e "$file" ] || { echo "left behind: $file"; exit 1; }
+    if [ -e "$file" ]; then
+        echo "left behind: $file"
+        exit 1
+    fi
 done

@@ -1,5 +1,6 @@
 #!/bin/sh
-# The Python example: what its descriptions show, its program against voice_link where that is built, its messages.
+# Checks the Python example: the examples in its docstrings, its program against voice_link if that is built, arrays,
+# and its messages.
 # usage: python.sh EXAMPLES_DIRECTORY LIBRARY [VOICE_LINK]
 set -eu
 examples=$1
@@ -21,13 +22,13 @@ if [ -n "$voice_link" ]; then
     cmp heard.wav linked.wav
 fi
 
-# Arrays pass as wholes, of the standard library and of numpy, and come back as they went in. Debian's numpy is there for
-# Debian's interpreter alone.
+# Arrays of the standard library and of numpy are taken without a copy to a list, and the result has the type of the
+# input. Debian's numpy works with Debian's interpreter only.
 with_numpy=
 for python in /usr/bin/python3 python3; do
     if "$python" -c "import numpy" 2>/dev/null; then with_numpy=$python; fi
 done
-[ -n "$with_numpy" ] || echo "without the rows for numpy: neither python3 nor /usr/bin/python3 has it"
+[ -n "$with_numpy" ] || echo "numpy is not tested: neither python3 nor /usr/bin/python3 has it"
 "${with_numpy:-python3}" - "$with_numpy" <<END
 import array, ctypes, sys, tracemalloc
 import cvsd_qor
@@ -40,11 +41,11 @@ def there_and_back(samples):
     assert type(speech) == type(heard) == type(samples), (type(speech), type(heard))
     assert len(bits) == len(samples) // 8 and len(speech) == len(heard) == len(samples)
     assert list(heard[1000:1010]) == list(samples[1000:1010]), heard[1000:1010]
-    peak = tracemalloc.get_traced_memory()[1] / len(samples)
+    peak = tracemalloc.get_traced_memory()[1] / len(samples) # a list of numbers takes more than 30
     tracemalloc.stop()
     assert peak < 20, f"{peak} bytes a sample at once"
 
-# A list of numbers takes more than 30 bytes a sample. Not everything that passes as a whole can be gone through.
+# A buffer that cannot be iterated over.
 class Whole(ctypes.c_int16 * 600):
     __iter__ = None
 
@@ -71,11 +72,14 @@ for error, arguments in [
     raise AssertionError(f"{arguments} are taken")
 END
 
-# refused TEXT ARGUMENT...: status 1, one line that ends in TEXT, no output.
-refused() {
+# The program with these arguments ends with an error, a single line that ends in TEXT, and writes no file.
+refused() { # TEXT ARGUMENT...
     text=$1
     shift
-    ! python3 "$program" "$@" 2>stderr || { echo "taken: $*"; exit 1; }
+    if python3 "$program" "$@" 2>stderr; then
+        echo "taken: $*"
+        exit 1
+    fi
     if ! grep -q -e "$text\$" stderr || [ "$(wc -l <stderr)" -ne 1 ] || [ -e out.wav ]; then
         cat stderr
         exit 1
@@ -96,7 +100,7 @@ python3 "$program" truncated trace short.wav 2>stderr
 grep -qx "cvsd_qor.py: warning: truncated: shorter than its header says" stderr
 [ "$(wc -c <short.wav)" -eq 2000 ]
 refused "nowhere/out.wav: No such file or directory" "$speech" trace nowhere/out.wav
-for CVSD_QOR_LIBRARY in /nowhere/libcvsd_qor.so libc.so.6; do # none, and one without our names
+for CVSD_QOR_LIBRARY in /nowhere/libcvsd_qor.so libc.so.6; do # no library, and one without the functions
     refused "cvsd_qor.py: the library: .*; CVSD_QOR_LIBRARY can name the library's file" "$speech" trace out.wav
 done
 python3 "$program" --help | grep -q TRACE

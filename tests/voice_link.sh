@@ -1,6 +1,14 @@
 #!/bin/sh
-# voice_link as a user meets it: its results on speech, its messages and exit codes, pipes, and what it leaves behind.
-# Usage: voice_link.sh PROGRAM CLIPS_DIR
+# Checks voice_link as a user sees it: its results on speech, its messages and exit codes, pipes, and the files that it
+# leaves. Every failure is printed; the exit status is 1 if there is one.
+# usage: voice_link.sh PROGRAM CLIPS_DIRECTORY
+#
+# The lines of the program's reports that are read are such as these:
+#   aimed at 10 % in bursts of 2, lost 11.4 %: 343 frames in 161 bursts, 2.13 frames in the mean
+#     concealed             4.60 dB
+#     last frame repeated   7.66 dB
+#     silence               6.09 dB
+#   signal-to-noise ratio of the decoded speech against the input: 16.68 dB
 set -u
 program=$1
 speech=$2/speech_8k.wav
@@ -14,8 +22,9 @@ fail() {
     failures=$((failures + 1))
 }
 
-# expect STATUS TEXT ARGUMENT...: the exit status, and TEXT on standard error, in one line if the status is 1.
-expect() {
+# Runs the program with the arguments: it ends with the status and prints TEXT on standard error, as a single line if
+# the status is 1. $search, if set, is its PATH.
+expect() { # STATUS TEXT ARGUMENT...
     status=$1
     text=$2
     shift 2
@@ -26,11 +35,17 @@ expect() {
     [ "$status" -ne 1 ] || [ "$(wc -l <stderr)" -eq 1 ] || fail "voice_link $*: more than one line of error"
 }
 
-# The decibels in the line of a report that has the word.
-decibels() { sed -n "s/.*$2.* \([0-9.]*\) dB$/\1/p" "$1"; }
-less() { awk -v a="$1" -v b="$2" 'BEGIN { exit !(a != "" && b != "" && a + 0 < b + 0) }'; }
+# The decibels at the end of the report's line with the word.
+decibels() { # REPORT WORD
+    sed -n "s/.*$2.* \([0-9.]*\) dB$/\1/p" "$1"
+}
 
-# There and back: one byte for each sample, the last packet filled up, decoded speech in step with the input.
+# Both numbers are there and the first is less than the second.
+less() { # NUMBER NUMBER
+    awk -v a="$1" -v b="$2" 'BEGIN { exit !(a != "" && b != "" && a + 0 < b + 0) }'
+}
+
+# Encoding and decoding: one byte for each sample, the last packet filled up, decoded speech in step with the input.
 samples=$((($(wc -c <"$speech") - 44) / 2))
 samples=$(((samples + 29) / 30 * 30))
 "$program" encode "$speech" a.cvsd >encoded || fail "encode"
@@ -40,15 +55,17 @@ samples=$(((samples + 29) / 30 * 30))
 [ "$(wc -c <a.wav)" -eq $((44 + 2 * samples)) ] || fail "the decoded speech is not $samples samples long"
 less 15 "$(decibels decoded ratio)" || fail "decoded speech: $(cat decoded)"
 
-# The wideband clip is the same speech: brought to 8000 Hz it decodes as well.
+# The wideband clip is the same speech: resampled to 8000 Hz it has the same quality.
 "$program" encode "$wide" wide.cvsd >encoded || fail "encode at 16000 Hz"
 less 15 "$(decibels encoded ratio)" || fail "wideband clip: $(cat encoded)"
 
-# Pipes, with pieces that end anywhere, give the same files.
+# Pipes give the same files as names, also if the data comes in pieces of any length.
 "$program" encode - - <"$speech" 2>/dev/null | cmp -s - a.cvsd || fail "encode from and to a pipe"
-(head -c 7 a.cvsd && sleep 0.2 && tail -c +8 a.cvsd) | "$program" decode - - 2>/dev/null | cmp -s - a.wav || fail "decode in pieces"
+(head -c 7 a.cvsd && sleep 0.2 && tail -c +8 a.cvsd) | "$program" decode - - 2>/dev/null | cmp -s - a.wav ||
+    fail "decode in pieces"
 
-# The link: as long as the input at both rates, the same again with the same seed, concealed nearer than the rest.
+# The link, at both rates: the output is as long as the input, the same seed gives the same output, and the concealed
+# speech is closer to the loss-free output than silence or the last frame repeated.
 for rate in 8000 16000; do
     clip=$2/speech_$((rate / 1000))k.wav
     "$program" link "$clip" $rate.wav --rate $rate --loss 10 --burst 2 >report || fail "link at $rate Hz"
@@ -58,10 +75,15 @@ for rate in 8000 16000; do
     for other in silence repeated; do
         less "$(decibels report concealed)" "$(decibels report $other)" || fail "$rate Hz: $other: $(cat report)"
     done
-    known=$([ $rate = 8000 ] && echo 4.60 || echo 5.38) # of these losses, over the same windows by another transform
+    # For these losses, calculated over the same windows with another transform.
+    case $rate in
+    8000) known=4.60 ;;
+    16000) known=5.38 ;;
+    esac
     awk "BEGIN { d = $(decibels report concealed) - $known; exit !(d * d < 0.001) }" || fail "$rate Hz: $(cat report)"
 done
-# Patterns: with commas and comments, begun again or cut, and written so that a run can be repeated.
+
+# Patterns: with commas and comments, repeated or cut, and written so that a run can be repeated.
 printf '# every fourth\n0,0 0\t1,\n# that is all' >pattern
 "$program" link "$speech" lossy.wav --pattern pattern --conceal mute >report || fail "link with a pattern"
 grep -q 'lost 25.0 %: 754 frames in 754 bursts' report || fail "every fourth frame: $(cat report)"
@@ -84,11 +106,13 @@ cmp -s on.wav "$wide" || fail "without loss, the output at 16000 Hz is not the i
 "$program" link "$speech" off.wav --pattern pattern --conceal off >report
 cmp -s on.wav off.wav || fail "without loss, concealment changes the speech at 8000 Hz"
 
-# Random losses: share and burst as asked for, over many seeds or in each file. The figures are those of the outputs.
+# Random losses: share and length of bursts are as asked for, over many seeds, or with --exact in each file.
 "$program" link "$speech" seeds/ --seeds 40 --jobs 2 --loss 40 --burst 3 --report csv >seeds.csv || fail "40 seeds"
 [ "$(find seeds -name 'speech_8k.seed*.wav' | wc -l)" -eq 40 ] || fail "40 seeds give other files: $(ls seeds)"
 awk -F, 'NR > 1 { lost += $16; frames += $7; bursts += $18 } END {
-    if (lost / frames < 0.39 || lost / frames > 0.41 || lost / bursts < 2.9 || lost / bursts > 3.1) exit 1 }' seeds.csv ||
+    share = lost / frames
+    burst = lost / bursts
+    exit !(0.39 <= share && share <= 0.41 && 2.9 <= burst && burst <= 3.1) }' seeds.csv ||
     fail "40 % in bursts of 3 over 40 seeds: $(cat seeds.csv)"
 "$program" link "$speech" x.wav --loss 40 --burst 3 --seed 40 >report
 cmp x.wav seeds/speech_8k.seed40.wav || fail "a seed among several and alone"
@@ -101,7 +125,7 @@ grep -q 'lost 100.0 %' report || fail "--loss 100: $(cat report)"
 "$program" link "$speech" x.wav --loss 100 --report csv >report
 ! grep -q null report || fail "--loss 100 --report csv: $(cat report)"
 
-# Several files give what each gives alone. One that cannot be read does not stop the others.
+# Several files give the same results as each alone. One that cannot be read does not stop the others.
 "$program" encode "$speech" empty.wav "$wide" many --jobs 3 --report json >report 2>stderr &&
     fail "a missing input is not seen"
 grep -q 'empty.wav: cannot read' stderr || fail "a missing input among several: $(cat stderr)"
@@ -110,8 +134,13 @@ grep -q 'empty.wav: cannot read' stderr || fail "a missing input among several: 
 "$program" link "$speech" x.wav --report json >report
 { grep -q '"seed": 1,' report && grep -q '"version": "[0-9.]*"' report; } || fail "link --report json: $(cat report)"
 
-# Of two channels one is taken: the wideband clip's samples in turn; begun a sample later, the other one comes first.
-{ head -c 22 "$wide" && printf '\2' && tail -c +24 "$wide" | head -c 9 && printf '\4' && tail -c +34 "$wide"; } >stereo.wav
+# --channel takes one of two channels. The file with two channels is the wideband clip with another header, so that its
+# samples belong to the channels in turn; without the first sample, the channels change places.
+{
+    head -c 22 "$wide" && printf '\2' # channels
+    tail -c +24 "$wide" | head -c 9 && printf '\4' # bytes for a sample of all channels
+    tail -c +34 "$wide"
+} >stereo.wav
 { head -c 44 stereo.wav && tail -c +47 stereo.wav; } >swapped.wav
 "$program" encode stereo.wav 2.cvsd --channel 2 >report || fail "--channel 2"
 "$program" encode swapped.wav 1.cvsd --channel 1 >report || fail "--channel 1"
@@ -119,13 +148,13 @@ grep -q 'empty.wav: cannot read' stderr || fail "a missing input among several: 
 cmp -n 80000 1.cvsd 2.cvsd || fail "--channel 2 is not the second channel"
 ! cmp -s -n 80000 1.cvsd 12.cvsd || fail "--channel 1 is a mixture"
 
-# What is wrong with a file, and can be lived with, is said in one line.
+# A fault in a file that does not prevent the work is reported in one line.
 head -c 100000 "$speech" >short.wav
 expect 0 "warning: short.wav: shorter than its header says: 6.2 of 11.3 s are there" encode short.wav x.cvsd
 "$program" encode "$speech" x.cvsd >report 2>stderr
 [ ! -s stderr ] || fail "standard error, which is no terminal, holds $(cat stderr)"
 
-# Twenty minutes in little memory, with a bar on a terminal. Sanitizers take memory of their own.
+# Twenty minutes in little memory, with a progress bar on a terminal. Sanitizers need memory of their own.
 { head -c 40 "$speech" && printf '\0\370\044\1' && head -c 19200000 /dev/zero; } >long.wav
 if ! grep -q __asan_init "$program"; then
     prlimit --as=150000000 "$program" encode long.wav x.cvsd >report || fail "memory: $(cat report)"
@@ -142,7 +171,7 @@ else
 fi
 rm -r long.wav seeds many
 
-# A signal ends the program in the midst of its output, by that signal, and leaves nothing.
+# A signal that comes while the output is written ends the program by that signal and leaves no file.
 mkfifo held
 exec 3<>held
 before=$(echo ./*)
@@ -158,30 +187,35 @@ exec 3<&-
 rm held
 
 if command -v gnuplot >/dev/null; then
-    { "$program" link "$speech" p.wav --plot "it's.svg" >report && grep -q '</svg' "it's.svg"; } || fail "no SVG picture"
-    { "$program" link "$speech" p.wav --plot "it's.png" >report && grep -q 'IEND' "it's.png"; } || fail "no PNG picture"
-    "$program" sweep "$speech" "$wide" curve.svg --loss 0,5,20 --burst 1,4 --seeds 2 --while-lost hold,idle --jobs 2 >report ||
-        fail "sweep"
+    { "$program" link "$speech" p.wav --plot "it's.svg" >report && grep -q '</svg' "it's.svg"; } ||
+        fail "no SVG picture"
+    { "$program" link "$speech" p.wav --plot "it's.png" >report && grep -q 'IEND' "it's.png"; } ||
+        fail "no PNG picture"
+    "$program" sweep "$speech" "$wide" curve.svg --loss 0,5,20 --burst 1,4 --seeds 2 --while-lost hold,idle --jobs 2 \
+        >report || fail "sweep"
     grep -q '</svg' curve.svg || fail "no picture of a sweep"
     [ "$(wc -l <curve.csv)" -eq 49 ] || fail "not 48 runs: $(cat curve.csv)"
-    [ "$(grep -c '^| \(hold\|idle\) | [0-9]* % | [14] | [0-9.]* dB' report)" -eq 8 ] || fail "a table not of 8 rows: $(cat report)"
+    [ "$(grep -c '^| \(hold\|idle\) | [0-9]* % | [14] | [0-9.]* dB' report)" -eq 8 ] ||
+        fail "a table not of 8 rows: $(cat report)"
     "$program" sweep "$speech" curve.svg --loss 60,100 --seeds 1 >report || fail "sweep of many losses"
     [ "$(grep -c '^| \(60\|100\) % | \(1.5\|2\|5\) | [0-9.]* dB' report)" -eq 6 ] || fail "not raised: $(cat report)"
-    ! "$program" sweep "$speech" curve.svg --loss 5 --burst 1 --seeds 1 >/dev/full 2>stderr || fail "a table on a full disk"
+    ! "$program" sweep "$speech" curve.svg --loss 5 --burst 1 --seeds 1 >/dev/full 2>stderr ||
+        fail "a table on a full disk"
     ln -s /dev/full full.svg
     rm -f x.wav
     expect 1 "full.svg: cannot write" link "$speech" x.wav --plot full.svg
     expect 1 "full.svg: cannot write" sweep "$speech" full.svg --seeds 1 --loss 5 --burst 1
 fi
 
-# What a killed run left behind blocks no later one that gets its number.
-sh -c ': >left.$$.0.part; exec "$0" encode "$1" left' "$program" short.wav >report 2>&1 || fail "left behind: $(cat report)"
+# A temporary file that a killed process has left does not block a later process with the same number.
+sh -c ': >left.$$.0.part; exec "$0" encode "$1" left' "$program" short.wav >report 2>&1 ||
+    fail "left behind: $(cat report)"
 
-# A standard stream that is closed gives its number to no file.
+# If standard error is closed, no output file gets its descriptor.
 "$program" encode short.wav closed.cvsd 2>&- >report || fail "encode without standard error"
 [ "$(wc -c <closed.cvsd)" -eq 49980 ] || fail "messages in the output: $(wc -c <closed.cvsd) bytes"
 
-# What cannot be done is said in one line and leaves no file.
+# An error is reported in one line and leaves no file.
 : >empty
 tail -c +45 "$wide" >headerless.pcm
 printf '0001\n01x0\n' >wrong

@@ -1,6 +1,7 @@
 #!/bin/sh
-# Builds and runs a C11 and a C++17 program against an installed tree: through find_package, shared and (where the tree
-# has it) static, and, where CC and CXX are in the environment, through pkg-config. EMULATOR there is what runs them.
+# Builds and runs a C11 and a C++17 program with an installed library: by CMake's find_package, with the shared library
+# and, if it is installed, the static one; and by pkg-config, if the environment has CC and CXX. EMULATOR in the
+# environment is the command that runs the programs.
 # usage: run.sh PREFIX WORK_DIRECTORY [CMAKE_OPTION...]
 set -eu
 prefix=$1
@@ -17,7 +18,7 @@ if [ -n "${CC:-}" ]; then
     version=$(sed -n 's/^#define CVSD_QOR_VERSION_[A-Z]* //p' "$prefix/include/cvsd_qor.h" | paste -sd.)
     [ "$(pkg-config --modversion cvsd_qor)" = "$version" ]
     flags=$(pkg-config --cflags --libs cvsd_qor)
-    # Outside the loader's own directories the library is found where it was linked.
+    # Outside of the loader's own directories the program must name the library's directory.
     [ "$prefix" = /usr ] || flags="$flags -Wl,-rpath,$prefix/lib"
     # shellcheck disable=SC2086 # flags are a list
     {
