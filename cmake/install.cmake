@@ -1,4 +1,4 @@
-# The installed tree: library, header, CMake package and pkg-config file, all relocatable, and the Debian package of it.
+# What is installed: library, header, CMake package and pkg-config file, all relocatable; and the Debian package of it.
 
 include(CMakePackageConfigHelpers)
 
@@ -14,7 +14,7 @@ if(soname_link)
   install(FILES ${soname_link} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 
-# There is nothing to find or to set before the targets, so their export is the whole package.
+# The targets depend on no other package, so their export serves as the package's configuration file.
 install(EXPORT cvsd_qor NAMESPACE cvsd_qor:: FILE cvsd_qor-config.cmake DESTINATION ${package_dir})
 write_basic_package_version_file(cvsd_qor-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cvsd_qor-config-version.cmake DESTINATION ${package_dir})
@@ -30,7 +30,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cvsd_qor.pc DESTINATION ${CMAKE_INSTAL
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
-# The trigger lets the loader's cache know the soname as soon as the package is in.
+# The trigger updates the loader's cache when the package is installed.
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libcvsd-qor)

@@ -1,4 +1,4 @@
-# The library: one set of objects, linked into the shared object and, where asked for, put into an archive.
+# The library: one set of objects for the shared library and, with CVSD_QOR_STATIC, for the static one.
 
 set(CVSD_QOR_SOURCES
   cvsd/decoder.cpp
@@ -17,7 +17,7 @@ set(CVSD_QOR_SOURCES
   plc/narrowband_pitch.cpp
   plc/primitives.cpp)
 
-# House warnings, for everything of our own.
+# The warnings for all code of this project.
 function(cvsd_qor_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow)
   if(CVSD_QOR_WARNINGS_AS_ERRORS)
@@ -34,7 +34,7 @@ if(CVSD_QOR_COVERAGE)
   add_link_options(--coverage)
 endif()
 
-# Machines without a loader (CMAKE_SYSTEM_NAME Generic) have archives alone.
+# Systems without a loader (CMAKE_SYSTEM_NAME Generic) have static libraries only.
 get_property(has_shared GLOBAL PROPERTY TARGET_SUPPORTS_SHARED_LIBS)
 
 set(public_include
@@ -48,8 +48,8 @@ set_target_properties(cvsd_qor_objects PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
   POSITION_INDEPENDENT_CODE ${has_shared})
-# Nothing of the C++ run-time is used, and of libc only what fills, copies and moves memory: also where a distribution
-# or the NDK asks for stack guards and checking variants of these functions by default.
+# The library uses nothing from the C++ run-time library, and from libc only memset, memcpy and memmove. A distribution
+# or the NDK may turn on stack guards and checked variants of these functions: here they are off.
 target_compile_options(cvsd_qor_objects PRIVATE
   -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables -fno-threadsafe-statics
   -fno-stack-protector -U_FORTIFY_SOURCE ${CVSD_QOR_LIBRARY_FLAGS})
@@ -57,12 +57,13 @@ if(CVSD_QOR_NARROWBAND_ONLY)
   target_compile_definitions(cvsd_qor_objects PRIVATE CVSD_QOR_NARROWBAND_ONLY)
 endif()
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES AND NOT CMAKE_CXX_FLAGS MATCHES "-O")
-  # In a project that names no level of optimisation: not the compiler's default, which is none.
+  # A project that sets no level of optimisation gets this one, not the compiler's default, which is none.
   target_compile_options(cvsd_qor_objects BEFORE PRIVATE -O3)
 endif()
 cvsd_qor_warnings(cvsd_qor_objects)
 
-# A library of the objects that users link as cvsd_qor::NAME, by C's linker: it has nothing to construct or to finish.
+# Makes a library of the objects, which users link as cvsd_qor::NAME. The C compiler links it: it has no static
+# constructors or destructors.
 function(cvsd_qor_library name kind)
   add_library(${name} ${kind} $<TARGET_OBJECTS:cvsd_qor_objects>)
   add_library(cvsd_qor::${name} ALIAS ${name})
@@ -71,7 +72,7 @@ function(cvsd_qor_library name kind)
 endfunction()
 
 if(NOT has_shared)
-  # One archive, and the static library's name for it.
+  # One library, under the name of the static one too.
   cvsd_qor_library(cvsd_qor STATIC)
   add_library(cvsd_qor_static INTERFACE)
   add_library(cvsd_qor::cvsd_qor_static ALIAS cvsd_qor_static)
@@ -87,7 +88,7 @@ if(CVSD_QOR_SANITIZE OR CVSD_QOR_COVERAGE)
   set_target_properties(cvsd_qor PROPERTIES LINKER_LANGUAGE CXX)
 endif()
 
-# What leaves the shared library is listed once, in the form that ELF's linkers read.
+# The exported names are listed once, in the form that ELF linkers read; other forms are made of it.
 set(export_list ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 set_target_properties(cvsd_qor PROPERTIES LINK_DEPENDS ${export_list})
 if(WIN32 OR APPLE)
@@ -96,21 +97,23 @@ if(WIN32 OR APPLE)
   list(TRANSFORM exports REPLACE "[ ;]" "")
 endif()
 if(WIN32)
-  # The DLL's definition file. The tables, which are the names without an underscore, would be called without DATA.
+  # The definition file of the DLL. DATA marks the tables, which are the names without an underscore; without it
+  # they would be exported as functions.
   list(TRANSFORM exports REPLACE "^[^_]+$" "\\0 DATA")
   list(JOIN exports "\n" exports)
   file(CONFIGURE OUTPUT cvsd_qor.def CONTENT "EXPORTS\n${exports}\n")
   target_sources(cvsd_qor PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/cvsd_qor.def)
 elseif(APPLE)
-  # C names have an underscore in front. A library's references to itself are bound to itself there.
+  # C names have a leading underscore. A library's references to its own names are bound inside it by default.
   list(TRANSFORM exports PREPEND _)
   list(JOIN exports "\n" exports)
   file(CONFIGURE OUTPUT exports.txt CONTENT "${exports}\n")
   target_link_options(cvsd_qor PRIVATE
     -Wl,-exported_symbols_list,${CMAKE_CURRENT_BINARY_DIR}/exports.txt -Wl,-dead_strip_dylibs)
 else()
-  # ELF. -Bsymbolic binds the library's references to its own functions and tables inside it, whatever names the host
-  # program defines. The soname has no suffix; programs linked against the library look for a file of that name.
+  # ELF. With -Bsymbolic the library's references to its own functions and tables are bound inside it, even if the
+  # host program defines the same names. The soname has no suffix; programs linked with the library look for a file of
+  # that name.
   target_compile_options(cvsd_qor_objects PRIVATE -fno-semantic-interposition)
   target_link_options(cvsd_qor PRIVATE
     -Wl,--version-script=${export_list} -Wl,-Bsymbolic -Wl,-soname,libcvsd_qor
@@ -120,7 +123,7 @@ else()
   add_custom_command(TARGET cvsd_qor POST_BUILD
     COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE_NAME:cvsd_qor> ${soname_link})
   if(NOT CVSD_QOR_SANITIZE AND NOT CVSD_QOR_COVERAGE)
-    # Without start files, which would bring the only writable data.
+    # Without the start files: they have the only writable data.
     target_link_options(cvsd_qor PRIVATE -nostartfiles -Wl,-z,defs)
   endif()
   if(ANDROID)

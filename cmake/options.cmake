@@ -1,4 +1,4 @@
-# What is built besides the library. Nothing here is needed to build the library itself.
+# The options, and what is built besides the library. The library itself needs none of the packages that are looked for.
 
 option(CVSD_QOR_INSTALL "Install and package the library" ${PROJECT_IS_TOP_LEVEL})
 option(CVSD_QOR_STATIC "Build and install a static library too" OFF)
@@ -10,15 +10,15 @@ set(CVSD_QOR_BOARD "" CACHE STRING "Emulated board to build the programs of firm
 set(CVSD_QOR_LIBRARY_FLAGS "" CACHE STRING "Further compiler flags for the library alone, for example -O2")
 set(CVSD_QOR_SANITIZE "" CACHE STRING "Sanitizers to build everything with, for example address,undefined")
 
-# As a part of another project the library comes alone. So it does without 16000 Hz, which the programs here use, and
-# where there is no operating system to start a program, unless the tests are asked for.
+# Only the library is built: as a part of another project; without 16000 Hz, which the programs use; and without an
+# operating system, unless the tests are asked for.
 if(NOT PROJECT_IS_TOP_LEVEL OR CVSD_QOR_NARROWBAND_ONLY
    OR (CMAKE_SYSTEM_NAME STREQUAL Generic AND NOT CVSD_QOR_BUILD_TESTS))
   return()
 endif()
 
-# offer(NAME WHAT PACKAGES NEED...): declares option NAME, on where all needs (targets, variables) are there. Where one
-# is missing, says what is left out and which Debian packages bring it; that is an error if the option was asked for.
+# offer(NAME WHAT PACKAGES NEED...): declares option NAME, which is on if all needs (targets, variables) are there. If
+# one is missing, prints what is left out and which Debian packages have it; if the option was set, that is an error.
 function(offer name what packages)
   set(found TRUE)
   foreach(need IN LISTS ARGN)
@@ -29,9 +29,9 @@ function(offer name what packages)
   if(found)
     option(${name} "Build the ${what}" ON)
   elseif(${name})
-    message(FATAL_ERROR "The ${what} cannot be built; Debian packages that bring what is missing: ${packages}")
+    message(FATAL_ERROR "The ${what} cannot be built; Debian packages that have what is missing: ${packages}")
   elseif(NOT DEFINED ${name})
-    message(STATUS "Leaving out the ${what}; Debian packages that bring what is missing: ${packages}")
+    message(STATUS "Leaving out the ${what}; Debian packages that have what is missing: ${packages}")
   endif()
 endfunction()
 
@@ -46,12 +46,12 @@ if(PkgConfig_FOUND)
   pkg_check_modules(sndfile QUIET IMPORTED_TARGET sndfile)
   pkg_check_modules(speexdsp QUIET IMPORTED_TARGET speexdsp)
 endif()
-# When cross-compiling there is no GoogleTest for the target, but its package brings the sources too.
+# For cross-compilation there is no GoogleTest library of the target, but Debian's package has the sources too.
 if(NOT GTest_FOUND AND PkgConfig_FOUND AND EXISTS /usr/src/googletest/CMakeLists.txt)
   set(BUILD_GMOCK OFF CACHE INTERNAL "")
   set(INSTALL_GTEST OFF CACHE INTERNAL "")
   add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL SYSTEM)
-  target_compile_options(gtest PRIVATE -fno-exceptions) # which not every machine has
+  target_compile_options(gtest PRIVATE -fno-exceptions) # not every machine has them
 endif()
 
 option(CVSD_QOR_BUILD_EXAMPLES "Build the examples" ON)

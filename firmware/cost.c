@@ -1,11 +1,11 @@
 /*
- * Counts the instructions of each service on the shipped speech, on an emulated board whose clock goes on by
- * a fixed time with each instruction (qemu's -icount).
+ * Counts the instructions of each service on the shipped speech, on an emulated board whose clock advances by
+ * a fixed time per instruction (qemu's -icount).
  *
- * usage: cost CLIPS
+ * usage: cost CLIPS_DIRECTORY
  *
- * Prints a line for each service: name, seconds of speech, calls, instructions of all calls and of the
- * dearest.
+ * Prints a line for each service: name, seconds of speech, number of calls, instructions of all calls,
+ * instructions of the dearest call.
  */
 #include "cvsd_qor.h"
 
@@ -16,7 +16,7 @@ enum { PACKET = 60, SAMPLES = 8 * PACKET, MAX_FRAME = 120, HEADER = 44 };
 
 /* --- Counting ------------------------------------------------------------------------------------------ */
 
-/* The core's own timer: 24 bits, falling. */
+/* The core's own timer, which counts down in 24 bits. */
 #define SYSTICK ((volatile uint32_t *)0xE000E010)
 
 static uint32_t ticks_of(void (*call)(void *), void *argument) {
@@ -25,10 +25,12 @@ static uint32_t ticks_of(void (*call)(void *), void *argument) {
     return (before - SYSTICK[2]) & 0xFFFFFF;
 }
 
+/* A call without work: its ticks are the overhead of measuring. */
 static void nothing(void *argument) { (void)argument; }
 
 enum { TURNS = 100000 };
 
+/* 2 * TURNS instructions, by which ticks are converted to instructions. */
 static void known(void *argument) {
     uint32_t turns = TURNS;
     (void)argument;
@@ -104,7 +106,7 @@ static void decode(void *codec) {
     CVSD_DEC_Process(&c->decoder, c->bits, &bytes, c->pcm, &samples);
 }
 
-/* At 64000 Hz by straight lines between the samples. */
+/* The clip is brought to 64000 Hz by linear interpolation. */
 static void run_codec(Speech speech) {
     static Codec codec;
     Tally encoded = {0}, decoded = {0};
