@@ -25,9 +25,9 @@
 //     S = step - 10241        ceil(step / 1024) = (step + 1023) >> 10 = (S + 11 * 1024) >> 10
 //                                               = 11 + (S >> 10)
 //
-// The smallest step, 10240, is S = -1, so the lower limit is a test of the sign. On x86-64 the plain forms
-// take 11 % longer to encode, for want of the first offset, and 12 % longer to decode, for want of the second
-// (g++; clang gains by the first alone).
+// The smallest step, 10240, is S = -1, so the lower limit is a test of the sign. On x86-64 with g++, encoding
+// takes 11 % longer without the first offset and decoding 12 % longer without the second. With clang only the
+// first one gains.
 #pragma once
 
 #include "arith/fixed_point.h"
@@ -73,7 +73,7 @@ struct Codec {
 
     // A record outside its documented ranges is limited to them, so that no arithmetic below can overflow; a
     // step from 0 to the smallest one is taken as it is and limited with the first sample, as after Init. The
-    // last four bits of the stream are the caller's.
+    // caller keeps the last four bits of the stream.
     explicit Codec(const CvsdState &s)
         : accumulator(clamp(s.accumulator, -kAccumulatorLimit, kAccumulatorLimit) + kLeakOffset),
           step(clamp(s.step, 0, kStepMax) - kStepOffset) {}
@@ -102,8 +102,8 @@ struct Codec {
     }
 };
 
-// Samples are processed in blocks. What does not depend on the sample before, the conversion between PCM and
-// accumulator units, is a loop of its own over a block, which the compiler vectorises.
+// Samples are processed in blocks. The conversion between PCM and accumulator units does not depend on the
+// previous sample: it is a separate loop over a block, which the compiler vectorises.
 constexpr std::int32_t kBlockBytes = kVector;
 
 // Whole bytes that both lengths allow; 0 where either is too short or negative. At most 2^28 - 1, so that

@@ -4,8 +4,8 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Bit k is set where sample k of a byte completes a run of four equal bits, for k = 0..7; the bits above mean
-// nothing. `last` holds the four bits before the byte, the newest in bit 3.
+// Bit k is set where sample k of a byte completes a run of four equal bits, for k = 0..7; higher bits are not
+// valid. `last` holds the four bits before the byte, the newest in bit 3.
 constexpr std::uint32_t runs(std::uint32_t byte, std::uint32_t last) {
     const std::uint32_t bits = byte << 3 | last >> 1; // the three bits before the byte, then the byte
     const std::uint32_t same = ~(bits ^ bits >> 1);   // bit k: bits k and k + 1 are equal
@@ -48,7 +48,7 @@ void CVSD_DEC_Process(CvsdState *state, const std::uint8_t *bits, std::int32_t *
     if (bytes == 0) return;
 
     Codec codec(*state);
-    auto last = static_cast<std::uint32_t>(state->run_bits) % 16; // in range, whatever the record holds
+    auto last = static_cast<std::uint32_t>(state->run_bits) % 16; // in range for every record
     for (std::int32_t i = 0; i < bytes; i += kBlockBytes) {
         decode_block(codec, last, bits + i, pcm + 8 * i, std::min(kBlockBytes, bytes - i));
     }

@@ -23,8 +23,8 @@ constexpr std::size_t kScratch = 824; // samples, fixed by the layout; the track
 constexpr std::int32_t kDecim = 2;     // samples
 constexpr std::int32_t kCorrLen = 120; // samples
 
-// A build for 8000 Hz alone refuses 16000 Hz at construction. As every call of the pitch tracker stands
-// behind this constant, none is compiled, so that the tracker is not linked.
+// A build for 8000 Hz alone refuses 16000 Hz at construction. Every call of the pitch tracker depends on this
+// constant: if it is false, no call is compiled and the tracker is not linked.
 #ifdef CVSD_QOR_NARROWBAND_ONLY
 constexpr bool kWideband = false;
 #else
@@ -71,7 +71,7 @@ static_assert(sizeof(void *) != 8 ||
                offsetof(Block, scratch) == 1764 && offsetof(Block, pitch_buf) == 3412 &&
                offsetof(Block, tracker) == 4976 && sizeof(Block) == 6360));
 
-// The one decision by rate after construction: 16000 Hz or 8000 Hz.
+// The only decision by rate after construction: 16000 Hz or 8000 Hz.
 inline bool is_wideband(const Block &b) { return kWideband && b.sample_rate == 16000; }
 
 inline Block &unwrap(PlcBlock *block) { return *reinterpret_cast<Block *>(block); }

@@ -1,4 +1,4 @@
-// A block for a new stream: all zero but for what the rate gives and for start values.
+// A block for a new stream: all zero, except for the values of the rate and for start values.
 #include "plc/steps.h"
 
 #include <cstring>
@@ -22,8 +22,8 @@ void set_rate(Block &b, std::int32_t frame_len, std::int32_t pitch_min, std::int
 }
 
 // coarse_pitch is the previous pitch to the first search. decim_exp is the block exponent of the decimated
-// history, which is silent: 31 is above any frame's own exponent, so the first frame's decides. The tracker
-// writes the other two before anything reads them.
+// history, which is silent: 31 is above the exponent of any frame, so that of the first frame is used. The
+// tracker writes the other two before anything reads them.
 void start_tracker(Block &b) {
     b.tracker.refine_len = 1;
     b.tracker.coarse_pitch = 100;
@@ -47,8 +47,8 @@ std::int32_t cvsd_qor::construct(PlcBlock *memory, std::int32_t sample_rate) {
     } else {
         return -1;
     }
-    // A segment of 20 zeros, until the first loss sets all four anew. Its length is that of no real pitch and
-    // is never heard.
+    // A segment of 20 zeros, until the first loss sets all four again. No real pitch has this length, and the
+    // segment is never heard.
     b.ola_len = b.pitch = b.syn_pos = b.syn_len = 20;
     b.pitch_buf_end = b.pitch_buf + b.history_len;
     b.syn_start = b.pitch_buf_end - b.syn_len;

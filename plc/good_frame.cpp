@@ -40,8 +40,8 @@ void join(Block &b, std::int16_t *frame) {
     read_segment(b, b.scratch, kept + fade);
     if (kept != 0) {
         // The synthetic samples of the cross-fade are attenuated here and once more by fade_to_received. The
-        // join at 16000 Hz is defined so: where the cross-fade begins, the synthetic signal drops to 3/4
-        // after two lost frames, to 1/2 after three and so on.
+        // join at 16000 Hz is defined this way: where the cross-fade begins, the synthetic signal drops to
+        // 3/4 after two lost frames, to 1/2 after three and so on.
         attenuate(b, b.scratch, kept + fade);
         copy_samples(b.scratch, kept, frame);
     }

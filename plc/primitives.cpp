@@ -12,15 +12,15 @@ namespace {
 
 constexpr std::int32_t kUnity = 32767; // Q15
 
-// The gain with which a frame begins, be it lost or the first good one. erase_count is the number of frames
+// The gain with which a lost frame or the first good frame begins. erase_count is the number of frames
 // lost before it, at least 1: the gain is 32767 after one, 24576 after two, 3 after five, 0 after more.
 std::int32_t start_gain(std::int32_t erase_count) {
     const std::int64_t gain = kUnity - kGainPerLoss * (std::int64_t{erase_count} - 1);
     return static_cast<std::int32_t>(std::max(gain, INT64_C(0)));
 }
 
-// Copies piece by piece, as the compiler turns a copy of constant length into a few moves. The calls that
-// this saves are 8 % of a good frame at 8000 Hz.
+// Copies piece by piece, as the compiler turns a copy of constant length into a few moves. This saves calls
+// that take 8 % of a good frame at 8000 Hz.
 void copy_frame(const std::int16_t *from, std::int16_t *to, std::int32_t frame_len) {
     for (std::int32_t i = 0; i < frame_len; i += kMinFrame) {
         std::memcpy(to + i, from + i, kMinFrame * sizeof *to);
@@ -63,11 +63,12 @@ void attenuate(const Block &b, std::int16_t *samples, std::int32_t n) {
     }
 }
 
-// The synthetic weight, first - i · decrement, is never negative. first is floor(g · (32767 - increment) /
-// 2^15) for a gain g. What is taken from it is a whole number and at most (n - 1) · g · increment / 2^15,
-// which is not more, as n · increment <= 32767.
+// The synthetic weight, first - i · decrement, is never negative. For a gain g, first is
+// floor(g · (32767 - increment) / 2^15). The amount subtracted is at most (n - 1) · g · increment / 2^15,
+// which is not more than the value before floor, as n · increment <= 32767. It is an integer, so it is not
+// more than the floor either.
 //
-// Both weights together may exceed 32767, by i at most, since decrement is rounded down: so the sum is
+// The sum of both weights may exceed 32767, by i at most, since decrement is rounded down: so the result is
 // limited.
 void fade_to_received(const Block &b, std::int16_t *received, const std::int16_t *synthetic, std::int32_t n) {
     if (n < 1) return;
