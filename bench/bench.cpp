@@ -49,7 +49,8 @@ void narrowband_pitch(State &state) {
     });
 }
 
-// The tracker on the clip, and the input of each of its stages in every frame.
+// The tracker on the clip, and inputs for each of its stages in every frame. The refinement gets the history
+// as a call leaves it, whose past is one frame newer than in the call: its cost is the same.
 struct Tracker {
     Samples speech = clip(16000);
     std::size_t frames = speech.size() / 120;

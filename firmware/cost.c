@@ -5,7 +5,7 @@
  * usage: cost CLIPS_DIRECTORY
  *
  * Prints a line for each service: name, seconds of speech, number of calls, instructions of all calls,
- * instructions of the dearest call.
+ * instructions of the longest call.
  */
 #include "cvsd_qor.h"
 
@@ -52,19 +52,19 @@ static unsigned long instructions(uint64_t ticks) {
 
 typedef struct {
     uint64_t ticks;
-    uint32_t calls, dearest;
+    uint32_t calls, longest;
 } Tally;
 
 static void count(Tally *tally, void (*call)(void *), void *argument) {
     const uint32_t ticks = ticks_of(call, argument) - overhead;
     tally->ticks += ticks;
     ++tally->calls;
-    if (ticks > tally->dearest) tally->dearest = ticks;
+    if (ticks > tally->longest) tally->longest = ticks;
 }
 
 static void report(const char *what, const Tally *tally, double calls_per_second) {
     printf("%s %.4f %lu %lu %lu\n", what, tally->calls / calls_per_second, (unsigned long)tally->calls,
-           instructions(tally->ticks), instructions(tally->dearest));
+           instructions(tally->ticks), instructions(tally->longest));
 }
 
 /* --- Services ------------------------------------------------------------------------------------------ */

@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const std::int16_t *newest = b.history + b.history_len - b.frame_len;
         check(std::equal(frame.begin(), frame.end(), newest - b.ola_max));
         if (lost) check(b.syn_pos < b.syn_len && b.pitch >= b.pitch_min);
-        if (lost && losses >= 5) check(silent(newest, newest + b.frame_len));
+        if (lost && losses >= kAudibleFrames) check(silent(newest, newest + b.frame_len));
         if (!lost && losses == 0) check(std::equal(received.begin(), received.end(), newest));
         losses = lost ? losses + 1 : 0;
         check(b.erase_count == losses);

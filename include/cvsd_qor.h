@@ -16,7 +16,8 @@
  *     overlap.
  *   - Calls on different records or blocks may run at the same time on different threads. Calls on
  *     the same record or block are made one at a time, from any thread.
- *   - No call blocks. Its lengths bound its time; it uses at most 8 KiB of stack.
+ *   - No call blocks. Its lengths bound its time; it uses at most 8 KiB of stack, today
+ *     less than 2.5 KiB.
  *
  * Parameters are listed in rows of four columns: name; direction (in, out or in/out); unit; count,
  * meaning and legal values. "before" and "after" mean before and after the call. A row that names
@@ -178,7 +179,8 @@ CVSD_QOR_API int32_t g711plc_construct_v2(PlcBlock *block, int32_t sample_rate);
 
 /*
  * Appends a frame that arrived to the history. If it is the first after a loss, its beginning is
- * joined to the synthetic signal before that.
+ * joined to the synthetic signal before that, by a cross-fade; docs/integrating.md, "Which call when",
+ * has its lengths.
  *
  *   block        in/out  1 block      constructed; construction returned 0
  *   frame        in/out  samples      30 or 120; before: as received; after: the output
@@ -307,7 +309,8 @@ typedef struct PitchTrackerState {
     int32_t lag_corr;       /* correlation of the window, the newest samples, with it; -1 if negative      */
     int16_t refine_len;     /* length of window and segment, samples: coarse pitch, at most 120   36..120  */
     int16_t scale_shift;    /* right shift of the signal in lag_energy and lag_corr, 3 for silence   0..3  */
-    int16_t sig_hist[561];  /* samples, oldest first: [0..440] previous, [441..560] the newest frame       */
+    int16_t sig_hist[561];  /* samples, oldest first: [441..560] the newest frame, [0..440] those before
+                               it; a call ends by moving the newest 441 to [0..440] for the next one       */
     int16_t amp_weight;     /* 3/128 of amp_ratio, at least 0                                      0..384  */
     int16_t amp_ratio;      /* amplitude of the window divided by that of the segment, Q14;
                                negative if lag_corr is                                      -16384..16384  */
@@ -374,9 +377,10 @@ CVSD_QOR_API int16_t PLC_RefinePitch(const PitchTrackerState *state, int16_t *am
                                      int16_t *scale_shift, const int16_t *sig_hist, int16_t coarse_pitch);
 
 /*
- * The tracker's tables, Q15: 32768 stands for 1. Their names are short. A program that has an x of
- * its own, with -Wshadow even a local one, defines CVSD_QOR_NO_TABLES before it includes this file:
- * the tables are then not declared. In both cases the library's arithmetic never uses the program's x.
+ * The tracker's tables, Q15: 32768 stands for 1, unlike the gains above. Their names are short. A program
+ * that has an x of its own, with -Wshadow even a local one, defines CVSD_QOR_NO_TABLES before it includes
+ * this file: the tables are then not declared. In both cases the library's arithmetic never uses the
+ * program's x.
  */
 #ifndef CVSD_QOR_NO_TABLES
 CVSD_QOR_API extern const int16_t bdf[60]; /* decimation filter; [k] weights the sample k before the newest */

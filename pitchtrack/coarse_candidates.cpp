@@ -70,7 +70,7 @@ constexpr int kFactor = 8; // 16000 Hz over 2000 Hz
 constexpr std::int16_t kOffset[] = {x[0], x[1], x[2], x[3]};            // 1/8 .. 4/8 of a lag, Q15
 constexpr std::int16_t kOffsetSquared[] = {x2[0], x2[1], x2[2], x2[3]}; // their squares
 
-// Exact if lags.exact is set: the bound stands at kExactPeak.
+// Exact if lags.exact is set: the bound is at kExactPeak in coarse_correlation.cpp.
 struct Plain {
     static constexpr std::int32_t add(std::int32_t a, std::int32_t b) { return a + b; }
     static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return a - b; }

@@ -17,10 +17,12 @@ constexpr int kPadded = whole_vectors(kWindow);
 static_assert(kWindowBegin - kFirstLag + kPadded <= kSamples);
 
 // Samples of at most this magnitude keep every correlation and energy within M < 2^30. The interpolation
-// keeps its results within 2·M + 4 < 2^31: the bend and the rise are at most M / 2 each, the centre M. Then
-// plain arithmetic in any order equals the ordered saturating one. The decimation delivers at most 4096.
+// keeps its results within 2·M + 4: the bend and the rise are at most M / 2 each and the centre M, and
+// rounding adds at most 1.75 to the bend and 1.5 to the rise. Then plain arithmetic in any order equals the
+// ordered saturating one. The decimation delivers at most 4096.
 constexpr int kExactPeak = 5982;
-static_assert(kWindow * kExactPeak * kExactPeak < 1 << 30 && 2 * kExactPeak <= INT16_MAX);
+constexpr std::int32_t kMaxSum = kWindow * kExactPeak * kExactPeak; // M
+static_assert(kMaxSum < 1 << 30 && INT64_C(2) * kMaxSum + 4 <= INT32_MAX && 2 * kExactPeak <= INT16_MAX);
 static_assert(kWindow * (kExactPeak + 1) * (kExactPeak + 1) >= 1 << 30); // it is the largest such magnitude
 
 bool is_exact(const std::int16_t *dec) {

@@ -25,7 +25,8 @@ struct Lags {
     std::int16_t c2[kLagSlots];
     std::int16_t mantissa[kLagSlots];
     std::int16_t exponent[kLagSlots];
-    bool exact; // no sum can overflow, here and in the interpolation: kExactPeak has the proof
+    bool exact; // no sum can overflow, here and in the interpolation: the proof is at kExactPeak in
+                // coarse_correlation.cpp
 
     NormalisedCorrelation record(int i) const { return {c2[i], mantissa[i], exponent[i]}; }
 };

@@ -102,12 +102,12 @@ struct Best {
 // s = 2^(3-shift)·q + r with 0 <= r <= 7. This is the largest energy of r over a segment.
 constexpr std::int32_t kMaxRestEnergy = 7 * 7 * kMaxWindow;
 
-// Let Q be the sum of q² over the first lag's segment. The shift is half of the bits that Q has beyond 25,
-// rounded up, so Q < 2^25·4^shift. For a silent segment it is 3, as norm32(0) is 0.
+// Let Q be the sum of q² over the first lag's segment; it has 31 - norm32(Q) bits. The shift is half of the
+// bits beyond 25, rounded up, so Q < 2^25·4^shift. For a silent segment it is 3, as norm32(0) is 0.
 int shift_for(std::int32_t first_q) { return std::max((7 - norm32(first_q)) >> 1, 0); }
 
-// So the energy of that segment is below (8·sqrt(2^25) + sqrt(kMaxRestEnergy))², which fits in an unsigned
-// 32-bit sum.
+// So the energy of that segment is below (8·sqrt(2^25) + sqrt(kMaxRestEnergy))², as
+// 2^(3-shift)·sqrt(Q) < 2^(3-shift)·2^shift·sqrt(2^25). It fits in an unsigned 32-bit sum.
 static_assert(5793 * 5793 > 1 << 25 && 77 * 77 > kMaxRestEnergy);
 static_assert(INT64_C(8 * 5793 + 77) * (8 * 5793 + 77) <= UINT32_MAX);
 

@@ -10,13 +10,18 @@ namespace cvsd_qor {
 
 constexpr std::int32_t kMaxPitch = 240;     // samples, at 16000 Hz
 constexpr std::int32_t kPeriods = 3;        // pitch periods in the longest repeated segment
-constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame
+constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame; rounded
+                                            // down, as 8192 would leave nothing of the fifth
 constexpr std::int32_t kReconverge16k = 36; // samples
 constexpr std::int32_t kMinFrame = 30;      // samples; the frames of both rates are multiples of it
 
+// Lost frames that are not silent: one at full gain, then as many as bring the gain from 32767 to 3.
+constexpr std::int32_t kAudibleFrames = 1 + 32767 / kGainPerLoss;
+static_assert(kAudibleFrames == 5);
+
 constexpr std::size_t kMaxFade = kMaxPitch / 4; // samples: a cross-fade takes a quarter period
 constexpr std::size_t kMaxHistory = kPeriods * kMaxPitch + kMaxFade; // samples
-constexpr std::size_t kScratch = 824; // samples, fixed by the layout; the tracker's 251 are the most used
+constexpr std::size_t kScratch = 824; // samples, fixed by the layout; the tracker uses most, 180 + 71
 
 // The narrowband pitch search is written for these values. The block's fields decim, corr_len and
 // corr_buf_len repeat them as part of the layout: nothing reads these fields.
@@ -50,7 +55,7 @@ struct Block {
     std::int32_t erase_count; // frames lost since the last good one, without the one that is being concealed
     std::int32_t ola_len;     // cross-fade of the current loss: a quarter of its first pitch
     std::int32_t pitch;       // period; set when a loss begins, at 16000 Hz again on every lost frame
-    std::int32_t syn_pos;     // read position in the repeated segment, 0..syn_len; syn_len reads as 0
+    std::int32_t syn_pos;     // read position in the repeated segment, 0..syn_len; syn_len means the start
     std::int32_t syn_len;     // the repeated segment: the last syn_len samples of pitch_buf
 
     std::int16_t history[kMaxHistory];   // [0..history_len-1] oldest first, with concealed frames in place

@@ -16,10 +16,6 @@ using namespace cvsd_qor;
 
 namespace {
 
-// Lost frames that are not silent: one at full gain, then as many as bring the gain from 32767 to 0.
-constexpr std::int32_t kAudibleFrames = 1 + 32767 / kGainPerLoss;
-static_assert(kAudibleFrames == 5);
-
 void begin_loss(Block &b, std::int16_t *frame);
 void widen_segment(Block &b, std::int16_t *frame);
 void join_ends(Block &b);
@@ -72,7 +68,8 @@ void widen_segment(Block &b, std::int16_t *frame) {
     read_segment(b, b.scratch, b.ola_len); // the continuation of the shorter segment
 
     // The longer segment is read within its first period, which this loss has not repeated yet, at the phase
-    // that is due. A position equal to pitch has the same phase as 0 and is left as it is.
+    // that is due. A position equal to pitch is not reduced: it has the same phase at the start of the
+    // second.
     b.syn_pos = position;
     while (b.syn_pos > b.pitch) b.syn_pos -= b.pitch;
     b.syn_len += b.pitch;

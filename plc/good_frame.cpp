@@ -19,7 +19,7 @@ void join(Block &b, std::int16_t *frame);
 void cvsd_qor::good_frame(Block &b, std::int16_t *frame) {
     if (is_wideband(b)) {
         b.reconverge_len = kReconverge16k;
-        track_pitch(b);
+        track_pitch(b); // keeps the tracker's history complete; its pitch is used by lost frames only
     }
     if (b.erase_count != 0) join(b, frame);
     save_frame(b, frame);
@@ -41,7 +41,7 @@ void join(Block &b, std::int16_t *frame) {
     if (kept != 0) {
         // The synthetic samples of the cross-fade are attenuated here and once more by fade_to_received. The
         // join at 16000 Hz is defined this way: where the cross-fade begins, the synthetic signal drops to
-        // 3/4 after two lost frames, to 1/2 after three and so on.
+        // 3/4 of what it was after two lost frames, to 1/2 of it after three and so on.
         attenuate(b, b.scratch, kept + fade);
         copy_samples(b.scratch, kept, frame);
     }

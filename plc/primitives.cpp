@@ -42,7 +42,7 @@ void cross_fade(const std::int16_t *left, const std::int16_t *right, std::int16_
 
 void read_segment(Block &b, std::int16_t *output, std::int32_t n) {
     while (n > 0) {
-        // 0 in a fresh block, which begins at the segment's end.
+        // The count is 0 in a fresh block, whose position is the segment's end.
         const std::int32_t count = std::min(b.syn_len - b.syn_pos, n);
         copy_samples(b.syn_start + b.syn_pos, count, output);
         b.syn_pos += count;

@@ -2,7 +2,7 @@
 # Runs the code blocks of pages as a reader would: all blocks of a page, in order, in one shell. That shell starts at
 # the root of the tree, and its environment holds PATH and HOME alone. What is done with a block depends on its
 # language:
-#   sh      is run as it stands
+#   sh      is run as it stands; it ends at the first command that fails, but not within a line such as a && b
 #   c       with a first line /* NAME.c */ is saved under that name; otherwise compiled, and run if it has a main
 #   cmake   becomes a part of a project that has the tree in cvsd_qor/; the project's program is built and run
 #   python  is run
@@ -68,7 +68,7 @@ run_c_block() {
         cp "$block" "$name"
     elif grep -q 'int main(' "$block"; then
         cc "$@" -o "$block.program" build/release/libcvsd_qor.a
-        LD_LIBRARY_PATH=$PWD/build/release "$block.program"
+        LD_LIBRARY_PATH=$PWD/build/release "$block.program" # some load the shared library at run time
     else
         cc "$@" -c -o "$block.o"
     fi

@@ -9,7 +9,8 @@ namespace {
 // Silence counts as an accumulator of 2: 26, and 11 more as the history of zeros has 11 bits to spare. The
 // output's exponent is the smaller of the new one and the history's, so after a loud signal the exponent
 // stays until that signal has left the 56 samples of history, three frames later. Then it rises by at most 11
-// a frame.
+// a frame. In the fourth frame after full scale the history still holds the filter's tail of that level,
+// about 44, which is 6 bits: 12 - 6 raises -3 to 3.
 TEST(Decimation, LevelsThatJump) {
     Stream stream(16000);
     const struct {
@@ -106,9 +107,9 @@ TEST(CoarsePitch, MoreEdges) {
     // reaches sample 0, but its -32768 alone is beyond the bound of the plain sums.
     //
     // From a search through random sparse signals for a candidate at the end of a tolerance: with the
-    // strongest at 200, a candidate within 100 - 9..100 + 9 counts as its half, and 91 is near the previous
-    // pitch. With 75 as the period its multiples are 150, which has 155 beside it, and 225, where 239 is
-    // beyond 225 + 13.
+    // strongest at 200, a candidate closer to 100 than 10 counts as its half (9.5 %, rounded), and 91 is near
+    // the previous pitch. With 75 as the period its multiples are 150, which has 155 beside it, and 225,
+    // where 239 is beyond 225 + 13.
     using Few = std::vector<std::pair<std::size_t, int>>; // index and thousands; all other samples are 0
     const Few kNearThird = {{38, -1}, {39, 1}, {48, 3}, {49, 3}, {50, 4}, {53, 6},
                             {54, 6},  {57, 5}, {58, 3}, {59, 4}, {69, 5}};
@@ -157,6 +158,8 @@ TEST(Refinement, LagsAtTheEndsOfTheRange) {
 // 197..203: that of lag L begins at sample 441 - L. An amp_ratio of 16384 is 1, the largest, and its
 // amp_weight is 384.
 TEST(Refinement, WorkedFigures) {
+    // The seven figures: lag, amp_ratio, amp_weight, refine_len, scale_shift, lag_corr, lag_energy.
+    //
     // Coarse pitches beyond 444 are taken as 444.
     EXPECT_EQ(refine(sine(561, 101), INT16_MAX), refine(sine(561, 101), 444));
     // One pulse in the window and one in the segment: both sums are 20000².
@@ -164,7 +167,8 @@ TEST(Refinement, WorkedFigures) {
         EXPECT_EQ(refine(pulses(561, 100, 0, {20000}), p),
                   (Refined{100, 16384, 384, p, 0, 400000000, 400000000}));
     // A sine of amplitude 10000 is too loud for 32 bits by one shift. 1255816376 is the sum of (sine >> 1)²
-    // over the newest 99 samples, computed apart from this library.
+    // over the newest 99 samples, computed apart from this library. The quotient of equal amplitudes is
+    // rounded down: 16383.
     EXPECT_EQ(refine(sine(561, 101), 99), (Refined{101, 16383, 383, 99, 1, 1255816376, 1255816376}));
 
     // Loud samples begin to enter with lag 198, after the first lag, which alone determines the scale. At 199
