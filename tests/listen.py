@@ -29,6 +29,7 @@ PLAYED = '''
     const done = arguments[0];
     const heard = page.take.signals[TREATMENTS.indexOf(settings.hear)];
     const context = new OfflineAudioContext(1, heard.length, settings.rate);
+    page.playing = true;
     makePlayer(context).then(async (player) => {
         player.connect(context.destination);
         const played = (await context.startRendering()).getChannelData(0);
@@ -58,6 +59,7 @@ SWITCHED = '''
     const loud = (n) => concealed.subarray(120 * n, 120 * n + 60).some((sample) => Math.abs(sample) > 2000);
     const at = 120 * lost.findIndex((_, n) => n > 100 && lost[n] && lost[n + 1] && lost[n + 2] && loud(n));
     const context = new OfflineAudioContext(1, received.length, settings.rate);
+    page.playing = true;
     makePlayer(context).then(async (player) => {
         player.connect(context.destination);
         context.suspend(at / settings.rate).then(() => {
@@ -106,6 +108,7 @@ class Listen(unittest.TestCase):
         self.browser.find_element(By.TAG_NAME, 'body').send_keys(keys)
 
     def saved(self):
+        self.until(lambda: self.find('save').is_enabled())
         self.find('save').click()
         self.until(lambda: list(self.work.glob('*.wav')))
         file, = self.work.glob('*.wav')
@@ -166,7 +169,7 @@ class Listen(unittest.TestCase):
         self.find('burst').send_keys(Keys.HOME)
         self.until(lambda: ', 1.' in self.find('counts').text)
         self.press('1')
-        self.assertIn('loss=14&burst=1&seed=1&hear=sent', self.browser.current_url)
+        self.until(lambda: 'loss=14&burst=1&seed=1&hear=sent' in self.browser.current_url)
         self.assertTrue(self.saved() == (CLIPS / 'speech_16k.wav').read_bytes())
         self.press('++' + Keys.ARROW_RIGHT)
         self.assertLess(self.browser.execute_script('return (page.view.last - page.view.first) / page.speech.length'), 0.3)

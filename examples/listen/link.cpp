@@ -64,13 +64,13 @@ public:
         std::array<std::int16_t, kPacket * kRatio> pcm{};
         std::copy_n(sent_.begin() + kPacket, kUp, sent_.begin());
         std::copy_n(speech.begin(), kPacket, sent_.begin() + kUp);
-        for (std::size_t i = 0; i < pcm.size(); ++i) {
-            float sum = 0;
-            const std::size_t newest = kUp + i / kRatio;
-            for (std::size_t k = i % kRatio, back = 0; k < kUp * kRatio; k += kRatio, ++back) {
-                sum += up_[k] * static_cast<float>(sent_[newest - back]);
+        for (std::size_t i = 0; i < kPacket; ++i) {
+            std::array<float, kRatio> sums{};
+            for (std::size_t back = 0; back < kUp; ++back) {
+                const auto sample = static_cast<float>(sent_[kUp + i - back]);
+                for (std::size_t k = 0; k < kRatio; ++k) sums[k] += kUpTaps[back * kRatio + k] * sample;
             }
-            pcm[i] = to_sample(sum);
+            std::transform(sums.begin(), sums.end(), pcm.begin() + i * kRatio, to_sample);
         }
         auto samples = static_cast<std::int32_t>(pcm.size());
         auto bytes = static_cast<std::int32_t>(packet.size());
@@ -84,7 +84,7 @@ public:
         for (std::size_t i = 0; i < kPacket; ++i) {
             float sum = 0;
             for (std::size_t k = 0; k < kDown; ++k) {
-                sum += down_[k] * static_cast<float>(received_[kDown + kRatio * i - k]);
+                sum += kDownTaps[k] * static_cast<float>(received_[kDown + kRatio * i - k]);
             }
             decoded[i] = to_sample(sum);
         }
@@ -94,9 +94,10 @@ private:
     static constexpr std::size_t kUp = 2 * kSenderDelay;              // samples of the speech
     static constexpr std::size_t kDown = 2 * kReceiverDelay * kRatio; // samples at 64000 Hz
 
+    inline static const auto kUpTaps = low_pass<kUp * kRatio>(3700, kRatio, 1);
+    inline static const auto kDownTaps = low_pass<kDown>(3400, 1, 0);
+
     CvsdState encoder_{}, decoder_{};
-    std::array<float, kUp *kRatio> up_ = low_pass<kUp * kRatio>(3700, kRatio, 1);
-    std::array<float, kDown> down_ = low_pass<kDown>(3400, 1, 0);
     std::array<std::int16_t, kUp + kPacket> sent_{};
     std::array<std::int16_t, kDown + kPacket * kRatio> received_{};
 };

@@ -1,10 +1,11 @@
 'use strict';
 // The page: what is played, drawn and saved, and the controls.
 
-const LONGEST = 600;       // seconds of speech that are used of a file
-const LONGEST_TAKE = 300;  // seconds that are recorded of the microphone
-const CLOSEST = 0.005;     // seconds across the pictures
-const AT_A_TIME = 12;      // milliseconds of work before the page may do other things
+const LONGEST = 600;        // seconds of speech that are used of a file
+const LONGEST_TAKE = 300;   // seconds that are recorded of the microphone
+const CLOSEST = 0.005;      // seconds across the pictures
+const AT_A_TIME = 12;       // milliseconds of work before the page may do other things
+const ADDRESS_AFTER = 0.2;  // seconds after a change; browsers refuse an address that changes many times a second
 
 const $ = (id) => document.getElementById(id);
 const rows = [...document.querySelectorAll('.row')];
@@ -18,14 +19,18 @@ const settings = {
 };
 const page = {
   instance: null,  // of the WebAssembly module
-  source: null,    // name, bytes of a sound file
-  speech: null,    // at the link's rate
-  lost: null,      // a byte for each frame of the speech
-  take: null,      // what is heard: signals, outlines, states
+  asked: null,     // the source that was asked for last
+  source: null,    // name; read(), which resolves to the bytes of a sound file
+  rate: null,      // of the speech; the settings' rate may still be on its way
+  speech: null,
+  lost: null,  // a byte for each frame of the speech
+  take: null,  // what is heard: signals, outlines, states
   view: {first: 0, last: 1},
   position: 0,  // samples
+  seek: 0,      // number of the last jump of the position
   playing: false,
-  audio: null,  // context and player; while the microphone is on, its stream and its input to the player
+  audio: null,    // context and player; while the microphone is on, its stream and its input to the player
+  asking: false,  // for the microphone
 };
 
 // ---- Settings, and the address that holds them
@@ -51,17 +56,24 @@ function readAddress() {
   };
 }
 
-async function change(changes) {
+function change(changes) {
   const old = {...settings};
   Object.assign(settings, changes);
   showSettings();
   const {rate, loss, burst, seed, hear} = settings;
-  history.replaceState(null, '', `#rate=${rate}&loss=${loss}&burst=${burst}&seed=${seed}&hear=${hear}`);
+  clearTimeout(page.writing);
+  page.writing = setTimeout(
+      () => history.replaceState(null, '', `#rate=${rate}&loss=${loss}&burst=${burst}&seed=${seed}&hear=${hear}`),
+      1000 * ADDRESS_AFTER);
   if (hear !== old.hear) tell({hear: TREATMENTS.indexOf(hear)});
-  if (rate !== old.rate)
-    await changeRate(old.rate);
-  else if (loss !== old.loss || burst !== old.burst || seed !== old.seed)
-    await changeLosses();
+  if (rate !== old.rate) {
+    if (recording())
+      stop();
+    else
+      load(page.asked);
+  } else if (loss !== old.loss || burst !== old.burst || seed !== old.seed) {
+    changeLosses();
+  }
 }
 
 function showSettings() {
@@ -71,7 +83,7 @@ function showSettings() {
   $('burst').value = burst;
   $('burst-text').textContent = burst === 1 ? '1 frame' : `${burst} frames`;
   for (const id of ['loss', 'burst']) $(id).setAttribute('aria-valuetext', $(`${id}-text`).textContent);
-  if (document.activeElement !== $('seed')) $('seed').value = seed;
+  $('seed').value = seed;
   for (const radio of document.querySelectorAll('input[name=rate]')) radio.checked = Number(radio.value) === rate;
   $('agrees').textContent = rate === 16000 ? 'this writes what is heard' : 'this has the same losses';
   const flag = {received: ' --conceal mute', repeated: ' --conceal off'}[hear] ?? '';
@@ -87,64 +99,70 @@ function showSettings() {
 function problem(text) {
   $('problem').textContent = text;
   $('problem').hidden = !text;
+  if (text) $('problem').scrollIntoView({block: 'nearest'});
 }
 
 // ---- Speech
 
-async function setSource(source) {
-  let speech;
-  try {
-    speech = (await decode(source.bytes, settings.rate)).slice(0, LONGEST * settings.rate);
-  } catch {
-    return problem(`${source.name} is not a sound that this browser can decode.`);
+// Makes a source the speech, at the rate of the settings. The newest call wins.
+async function load(source) {
+  const {rate} = settings;
+  page.asked = source;
+  const most = LONGEST * rate;
+  const bytes = await source.read().catch(() => null);
+  const speech = bytes && await decode(bytes, rate, most + 1).catch(() => null);
+  if (source !== page.asked || rate !== settings.rate) return;  // a newer call goes on
+  const wrong = !bytes ? 'cannot be read' :
+      !speech          ? 'is not a sound that this browser can decode' :
+      !speech.length   ? 'holds no sound' :
+                         '';
+  if (wrong) {
+    problem(`${source.name} ${wrong}.`);
+    page.asked = page.source;
+    if (page.rate) change({rate: page.rate});
+    return;
   }
-  if (speech.length === 0) return problem(`${source.name} holds no sound.`);
+  problem(speech.length > most ? `Only the first ${LONGEST / 60} minutes of ${source.name} are used.` : '');
   closeMicrophone();
-  problem(
-      speech.length === LONGEST * settings.rate ? `Only the first ${LONGEST / 60} minutes of ${source.name} are used.` :
-                                                  '');
-  page.source = source;
+  setSpeech(source, rate, speech.subarray(0, most));
+}
+
+// Where only the rate is another, position and view stay.
+function setSpeech(source, rate, speech) {
+  const scale = source === page.source ? rate / page.rate : 0;
+  const {first, last} = scale ? page.view : {first: 0, last: Infinity};
+  const position = Math.min(Math.round(page.position * scale), speech.length - 1);
+  if (rate !== page.rate) closeAudio();
+  Object.assign(page, {source, rate, speech, take: null});
+  page.lost = losses(page.instance, Math.ceil(speech.length / format().frame), settings);
+  look(first * scale, (last - first) * (scale || 1));
+  jump(position, {speech, lost: page.lost});
   $('source').textContent = source.name;
   $('clip').hidden = source === page.clip;
-  await setSpeech(speech, 0);
+  $('play').disabled = false;
+  showPlaying();
+  if (page.playing) play();
+  render();
 }
 
-async function setSpeech(speech, position) {
-  page.speech = speech;
-  page.position = position;
-  page.view = {first: 0, last: speech.length};
-  page.lost = losses(page.instance, Math.ceil(speech.length / format().frame), settings);
-  tell({speech, lost: page.lost, position});
-  await render();
-}
-
-async function changeLosses() {
+function changeLosses() {
+  if (!page.speech) return;
   page.lost = losses(page.instance, page.lost.length, settings);
   tell({lost: page.lost});
-  if (!recording()) await render();
-}
-
-async function changeRate(oldRate) {
-  const seconds = page.position / oldRate;
-  const playing = page.playing && !recording();
-  if (recording()) await keepRecording();
-  await closeAudio();
-  const speech = await decode(page.source.bytes, settings.rate);
-  await setSpeech(
-      speech.slice(0, LONGEST * settings.rate), Math.min(Math.round(seconds * settings.rate), speech.length - 1));
-  if (playing) await play();
+  if (!recording()) render();
 }
 
 // Frame, delay and what else is constant of a link at this rate.
 function format() {
   page.formats ??= new Map([8000, 16000].map((rate) => [rate, new Link(page.instance, rate)]));
-  return page.formats.get(settings.rate);
+  return page.formats.get(page.rate);
 }
 
 // All that can be heard of the speech, lined up with it. Newer losses end an older call.
 async function render() {
-  const {speech, lost} = page;
-  const link = new Link(page.instance, settings.rate);
+  const {rate, speech, lost} = page;
+  showSave();
+  const link = new Link(page.instance, rate);
   const signals = TREATMENTS.map(() => new Int16Array(speech.length));
   const states = [];
   const calls = lost.length + Math.ceil(link.delay / link.frame);
@@ -153,7 +171,7 @@ async function render() {
       await new Promise((go) => setTimeout(go));
       begun = performance.now();
     }
-    if (page.lost !== lost || page.speech !== speech) return link.delete();
+    if (page.lost !== lost) return link.delete();
     const from = n * link.frame;
     link.pass(speech.subarray(from, from + link.frame), n < lost.length ? lost[n] : 0);
     if (n >= link.ahead) states.push([...link.state]);
@@ -161,9 +179,14 @@ async function render() {
   }
   link.delete();
   page.take = {signals, outlines: signals.map((signal) => new Outline(signal)), states, lost};
-  $('save').disabled = $('play').disabled = false;
+  showSave();
   showCounts();
   draw();
+}
+
+// Saves nothing but what the settings say: not while that is made, nor while recording.
+function showSave() {
+  $('save').disabled = page.take?.lost !== page.lost;
 }
 
 // Puts a frame of what is heard into its place, which may lie partly before or behind the signals.
@@ -178,57 +201,60 @@ function put(signals, link, at) {
 // ---- Playing
 
 function tell(message) {
-  page.audio?.player.port.postMessage(message);
+  page.audio?.player?.port.postMessage(message);
 }
 
+// Opens the audio at the rate of the speech, once. Safari asks that resume() is called within the visitor's click.
 async function openAudio() {
-  const context = new AudioContext({sampleRate: settings.rate});
-  page.audio = {context, player: await makePlayer(context)};
-  page.audio.player.connect(context.destination);
-  page.audio.player.port.onmessage = ({data}) => hear(data);
+  const audio = page.audio ??= {context: new AudioContext({sampleRate: page.rate})};
+  const resumed = audio.context.resume();
+  try {
+    await (audio.ready ??= addPlayer(audio));
+    await resumed;
+  } catch (error) {
+    if (audio !== page.audio) return;  // closed in the meantime
+    closeAudio();
+    throw error;
+  }
 }
 
-// A player of the page's speech, at its position, playing.
+async function addPlayer(audio) {
+  if (audio.context.sampleRate !== page.rate) throw new Error('it chooses the rate itself');
+  audio.player = await makePlayer(audio.context);
+  audio.player.connect(audio.context.destination);
+  audio.player.port.onmessage = ({data}) => hear(data);
+}
+
+// A player of the page's speech, at its position.
 async function makePlayer(context) {
   const text = $('shared').textContent + $('player').textContent;
   // A page from the disk may not load what URL.createObjectURL names.
   await context.audioWorklet.addModule(`data:text/javascript,${encodeURIComponent(text)}`);
-  const {speech, lost, position} = page;
+  const {rate, speech, lost, position, seek, playing} = page;
   return new AudioWorkletNode(context, 'player', {
     outputChannelCount: [1],
     channelCount: 1,
     channelCountMode: 'explicit',
-    processorOptions: {
-      wasm: page.wasm,
-      rate: settings.rate,
-      speech,
-      lost,
-      position,
-      playing: true,
-      hear: TREATMENTS.indexOf(settings.hear)
-    },
+    processorOptions:
+        {wasm: page.wasm, rate, speech, lost, position, seek, playing, hear: TREATMENTS.indexOf(settings.hear)},
   });
 }
 
-async function closeAudio() {
-  const audio = page.audio;
+function closeAudio() {
+  page.audio?.context.close();
   page.audio = null;
-  await audio?.context.close();
 }
 
 async function play() {
   page.playing = true;
   showPlaying();
   try {
-    if (!page.audio)
-      await openAudio();
-    else
-      tell({playing: true});
-    await page.audio.context.resume();
+    tell({playing: true});
+    await openAudio();
   } catch (error) {
     page.playing = false;
     showPlaying();
-    problem(`This browser cannot play at ${settings.rate} Hz: ${error.message}`);
+    problem(`This browser cannot play at ${page.rate} Hz: ${error.message}.`);
   }
 }
 
@@ -241,19 +267,26 @@ function stop() {
 
 function seek(position) {
   if (recording()) return;
-  page.position = Math.min(Math.max(Math.round(position), 0), page.speech.length - 1);
-  tell({position: page.position});
-  follow();
-  showPosition();
+  jump(Math.min(Math.max(Math.round(position), 0), page.speech.length - 1));
+  if (position < page.view.first || position >= page.view.last) turn();
+}
+
+// The player goes on there. What it reports from before no longer counts.
+function jump(position, more) {
+  page.position = position;
+  tell({...more, position, seek: ++page.seek});
+  refresh();
 }
 
 // What the player reports: its position, or a frame that came from the microphone.
 function hear(message) {
   if (message.heard) return record(message);
-  if (!page.playing || recording()) return;
+  if (!page.playing || recording() || message.seek !== page.seek) return;
+  const {first, last} = page.view;
+  const seen = page.position >= first && page.position <= last;
   page.position = message.position;
-  follow();
-  showPosition();
+  if (seen && (page.position < first || page.position > last)) turn();
+  refresh();
 }
 
 function showPlaying() {
@@ -264,27 +297,34 @@ function showPlaying() {
 // ---- Microphone: what it brings is heard and recorded, and becomes the speech when it stops
 
 async function startMicrophone() {
+  if (page.asking) return;
+  page.asking = true;
   problem('');
   let stream;
   try {
     stream = await navigator.mediaDevices.getUserMedia(
         {audio: {echoCancellation: false, noiseSuppression: false, autoGainControl: false, channelCount: 1}});
-    if (page.audio === null) await openAudio();
-    await page.audio.context.resume();
+    await openAudio();
     page.audio.input = page.audio.context.createMediaStreamSource(stream);
   } catch (error) {
     stream?.getTracks().forEach((track) => track.stop());
-    return problem(`No microphone at ${settings.rate} Hz: ${error.message}`);
+    return problem(`The microphone cannot be used: ${error.message}.`);
+  } finally {
+    page.asking = false;
   }
   page.audio.stream = stream;
-  const room = LONGEST_TAKE * settings.rate;
+  stream.getTracks().forEach((track) => track.onended = () => recording() && stop());  // unplugged
+  const room = LONGEST_TAKE * page.rate;
   const signals = TREATMENTS.map(() => new Int16Array(room));
   page.take = {signals, outlines: signals.map((signal) => new Outline(signal)), states: [], lost: [], calls: 0};
   page.lost = losses(page.instance, Math.ceil(room / format().frame), settings);
   page.playing = true;
-  tell({speech: null, lost: page.lost, playing: true});
+  tell({playing: true});
+  jump(0, {speech: null, lost: page.lost});
   page.audio.input.connect(page.audio.player);
-  $('source').textContent = 'microphone; use headphones';
+  $('source').textContent = 'the microphone';
+  $('counts').textContent = 'Recording. Use headphones.';
+  showSave();
   showPlaying();
 }
 
@@ -300,9 +340,7 @@ function record(message) {
     take.lost.push(message.state[0] > 0 ? 1 : 0);
   }
   page.position = Math.max(take.calls * frame - delay, 0);
-  page.view = {first: Math.max(page.position - 4 * settings.rate, 0), last: Math.max(page.position, 4 * settings.rate)};
-  showPosition();
-  showCounts();
+  page.view = {first: Math.max(page.position - 4 * page.rate, 0), last: Math.max(page.position, 4 * page.rate)};
   draw();
   if (page.position >= take.signals[0].length - frame) stop();
 }
@@ -314,83 +352,98 @@ function closeMicrophone() {
   delete page.audio.input;
 }
 
-async function keepRecording() {
+function keepRecording() {
   const speech = page.take.signals[0].slice(0, page.position);
   closeMicrophone();
-  await setSource(speech.length > 0 ? {name: 'your recording', bytes: writeWav(speech, settings.rate)} : page.source);
+  const wav = writeWav(speech, page.rate);
+  load(speech.length > 0 ? {name: 'your recording', read: async () => wav.slice(0)} : page.source);
 }
 
 // ---- Pictures
 
-let drawing = false;
+let due = false;
+let stale = false;  // the pictures
 
-function draw() {
-  if (drawing) return;
-  drawing = true;
+// Shows the position at the next frame of the screen.
+function refresh() {
+  if (due) return;
+  due = true;
   requestAnimationFrame(() => {
-    drawing = false;
-    if (!page.take) return;
-    const style = getComputedStyle(document.documentElement);
-    const colour = (name) => style.getPropertyValue(name);
-    const colours = colourScale(matchMedia('(prefers-color-scheme: dark)').matches);
-    rows.forEach((row, k) => {
-      const surface = prepare(row.querySelector('canvas'));
-      const {take: {signals, outlines, lost}, view} = page;
-      if ($('spectrogram').checked) drawSpectrogram(surface, signals[k], view, settings.rate, colours);
-      if (k > 0) shade(surface, lost, format().frame, view, colour('--lost'));
-      if (!$('spectrogram').checked) drawWaveform(surface, outlines[k], view, colour(k === 3 ? '--accent' : '--wave'));
-    });
+    due = false;
+    if (!page.speech) return;
+    if (stale && page.take) drawPictures();
+    stale = false;
     showPosition();
   });
 }
 
-// Turns the view's page when the position leaves it.
-function follow() {
-  const {first, last} = page.view;
-  const length = last - first;
-  if (page.position >= first && page.position < last) return;
+function draw() {
+  stale = true;
+  refresh();
+}
+
+function drawPictures() {
+  const {take: {signals, outlines, lost}, view, rate} = page;
+  const style = getComputedStyle(document.documentElement);
+  const colour = (name) => style.getPropertyValue(name);
+  const colours = colourScale(matchMedia('(prefers-color-scheme: dark)').matches);
+  rows.forEach((row, k) => {
+    const surface = prepare(row.querySelector('canvas'));
+    if ($('spectrogram').checked) drawSpectrogram(surface, signals[k], view, rate, colours);
+    if (k > 0) shade(surface, lost, format().frame, view, colour('--lost'));
+    if (!$('spectrogram').checked) drawWaveform(surface, outlines[k], view, colour(k === 3 ? '--accent' : '--wave'));
+  });
+}
+
+// Turns the view's page to the position.
+function turn() {
+  const length = page.view.last - page.view.first;
   look(page.position - 0.05 * length, length);
   draw();
 }
 
 // Sets the view, within the speech.
 function look(first, length) {
-  const size = Math.min(Math.max(length, CLOSEST * settings.rate), page.speech.length);
+  const size = Math.min(Math.max(length, CLOSEST * page.rate), page.speech.length);
   const start = Math.min(Math.max(first, 0), page.speech.length - size);
   page.view = {first: start, last: start + size};
 }
 
-// Zooms by a factor about a sample that stays in its place.
-function zoom(factor, about) {
+// Zooms by a factor so that this sample comes to this part of the view.
+function zoom(factor, sample, part) {
   if (!page.speech || recording()) return;
-  const {first, last} = page.view;
-  const length = Math.min(Math.max((last - first) * factor, CLOSEST * settings.rate), page.speech.length);
-  look(about - (about - first) * length / (last - first), length);
+  const length =
+      Math.min(Math.max((page.view.last - page.view.first) * factor, CLOSEST * page.rate), page.speech.length);
+  look(sample - part * length, length);
   draw();
 }
 
-// About the position where it is in sight.
+// The sample at a part of the view, 0 to 1, and back.
+const sampleAt = (part) => page.view.first + part * (page.view.last - page.view.first);
+const partOf = (sample) => (sample - page.view.first) / (page.view.last - page.view.first);
+
+// About the position where it is in sight, else about the middle.
 function zoomByKey(factor) {
-  const {first, last} = page.view;
-  zoom(factor, page.position >= first && page.position <= last ? page.position : (first + last) / 2);
+  const part = partOf(page.position);
+  const about = part >= 0 && part <= 1 ? part : 0.5;
+  zoom(factor, sampleAt(about), about);
 }
 
 function showPosition() {
-  const {view, position, take} = page;
-  const part = (position - view.first) / (view.last - view.first);
+  const {position, take, rate} = page;
+  const part = partOf(position);
   for (const head of document.querySelectorAll('.head')) {
     head.hidden = part < 0 || part > 1;
     head.style.left = `${100 * part}%`;
   }
-  $('time').textContent = `${(position / settings.rate).toFixed(1)} s`;
+  $('time').textContent = `${(position / rate).toFixed(1)} s`;
   const n = Math.min(Math.floor(position / format().frame), (take?.states.length ?? 0) - 1);
   if (n >= 0) $('state').textContent = describe(n, take.states[n]);
 }
 
 function describe(n, [number, gain, pitch]) {
-  const period = pitch > 0 ?
-      `pitch ${(1000 * pitch / settings.rate).toFixed(1)} ms (${Math.round(settings.rate / pitch)} Hz)` :
-      '';
+  const period =
+      pitch > 0 ? `pitch ${(1000 * pitch / page.rate).toFixed(1)} ms (${Math.round(page.rate / pitch)} Hz)` : '';
   if (number === 0) return `Frame ${n}: arrived${period && `; ${period}`}`;
   return `Frame ${n}: lost, number ${number} of its burst; gain at its end ${(gain / 32767).toFixed(2)}${
       period && `; ${period}`}`;
@@ -410,7 +463,7 @@ function showCounts() {
   }
   const share = (100 * count / lost.length).toFixed(1);
   const mean = (count / bursts).toFixed(1);
-  const text = `${lost.length} frames of ${1000 * frame / settings.rate} ms. ` +
+  const text = `${lost.length} frames of ${1000 * frame / page.rate} ms. ` +
       (count === 0 ?
            'None is lost.' :
            `With this seed ${count} are lost (${share} %), ${mean} in a row on average, ${longest} at most, in ` +
@@ -420,56 +473,45 @@ function showCounts() {
 
 // ---- Controls
 
-function sampleAt(view, x) {
-  const box = view.getBoundingClientRect();
-  return page.view.first + (x - box.left) / box.width * (page.view.last - page.view.first);
+// The fingers on the pictures, or the mouse: a pinch may reach over two of the pictures.
+const fingers = new Map();
+let moved = 0;
+
+function grip() {
+  const [a, b = a] = [...fingers.values()];
+  return {middle: (a.x + b.x) / 2, width: Math.max(Math.hypot(a.x - b.x, a.y - b.y), 10)};
 }
 
-// A click goes there, a drag with one finger or the mouse moves the view, two fingers zoom.
+// A click goes there, a drag moves the view, two fingers zoom.
 function handlePointers(view) {
-  const fingers = new Map();
-  let moved = 0;
-  const span = () => {
-    const [a, b] = [...fingers.values()];
-    return {middle: (a + b) / 2, width: Math.max(Math.abs(a - b), 10)};
-  };
+  const partAt = (x) => (x - view.getBoundingClientRect().left) / view.clientWidth;
   view.addEventListener('pointerdown', (event) => {
-    if (fingers.size === 0) moved = 0;
-    fingers.set(event.pointerId, event.clientX);
+    moved = fingers.size === 0 ? 0 : Infinity;  // a pinch is no click
+    fingers.set(event.pointerId, {x: event.clientX, y: event.clientY});
     view.setPointerCapture(event.pointerId);
   });
   view.addEventListener('pointermove', (event) => {
-    if (!fingers.has(event.pointerId) || !page.speech || recording()) return;
-    const before = fingers.size === 2 ? span() : null;
-    const step = event.clientX - fingers.get(event.pointerId);
-    fingers.set(event.pointerId, event.clientX);
-    moved += Math.abs(step);
-    if (before) {
-      zoom(before.width / span().width, sampleAt(view, span().middle));
-    } else if (moved > 4) {
-      const {first, last} = page.view;
-      look(first - step / view.clientWidth * (last - first), last - first);
-      draw();
-    }
+    const finger = fingers.get(event.pointerId);
+    if (!finger) return;
+    const before = grip();
+    moved += Math.abs(event.clientX - finger.x);
+    fingers.set(event.pointerId, {x: event.clientX, y: event.clientY});
+    const after = grip();
+    if (moved > 4) zoom(before.width / after.width, sampleAt(partAt(before.middle)), partAt(after.middle));
   });
-  const up = (event) => {
-    const only = fingers.size === 1 && fingers.delete(event.pointerId);
+  view.addEventListener('pointerup', (event) => {
     fingers.delete(event.pointerId);
-    if (event.type === 'pointerup' && only && moved <= 4 && page.speech) seek(sampleAt(view, event.clientX));
-    if (fingers.size > 0) moved = Infinity;  // the end of a pinch is no click
-  };
-  view.addEventListener('pointerup', up);
-  view.addEventListener('pointercancel', up);
+    if (moved <= 4 && page.speech) seek(sampleAt(partAt(event.clientX)));
+  });
+  view.addEventListener('pointercancel', (event) => fingers.delete(event.pointerId));
   view.addEventListener('wheel', (event) => {
     event.preventDefault();
-    const {first, last} = page.view;
-    if (Math.abs(event.deltaX) > Math.abs(event.deltaY)) {
-      if (!page.speech || recording()) return;
-      look(first + event.deltaX / view.clientWidth * (last - first), last - first);
-      draw();
-    } else {
-      zoom(2 ** (event.deltaY / 300), sampleAt(view, event.clientX));
-    }
+    const {ctrlKey, deltaX, deltaY} = event;
+    const part = partAt(event.clientX);
+    if (Math.abs(deltaX) > Math.abs(deltaY))
+      zoom(1, sampleAt(deltaX / view.clientWidth), 0);
+    else
+      zoom(2 ** (deltaY / (ctrlKey ? 50 : 300)), sampleAt(part), part);  // ctrl: two fingers on a touchpad
   }, {passive: false});
 }
 
@@ -485,11 +527,9 @@ function handleKeys(event) {
     '+': () => zoomByKey(0.5),
     '=': () => zoomByKey(0.5),
     '-': () => zoomByKey(2),
-    ...(button ? {} : {' ': toggle}),
-    ...(slider ? {} : {
-      ArrowLeft: () => seek(page.position - settings.rate),
-      ArrowRight: () => seek(page.position + settings.rate)
-    }),
+    ...(button ? {} : {' ': () => event.repeat || toggle()}),
+    ...(slider ? {} :
+                 {ArrowLeft: () => seek(page.position - page.rate), ArrowRight: () => seek(page.position + page.rate)}),
   };
   if (!keys[event.key] || !page.speech) return;
   event.preventDefault();
@@ -508,20 +548,25 @@ function save() {
   setTimeout(() => URL.revokeObjectURL(link.href), 10000);
 }
 
-async function openFile(file) {
-  if (file) await setSource({name: file.name, bytes: await file.arrayBuffer()});
+function openFile(file) {
+  if (file) load({name: file.name, read: () => file.arrayBuffer()});
 }
 
 function handleControls() {
   $('play').onclick = toggle;
   $('open').onclick = () => $('file').click();
-  $('file').onchange = () => openFile($('file').files[0]).finally(() => $('file').value = '');
-  $('clip').onclick = () => setSource(page.clip);
+  $('file').onchange = () => {
+    openFile($('file').files[0]);
+    $('file').value = '';
+  };
+  $('clip').onclick = () => load(page.clip);
   $('microphone').onclick = () => recording() ? stop() : startMicrophone();
   $('loss').oninput = () => change({loss: Number($('loss').value)});
   $('burst').oninput = () => change({burst: Number($('burst').value)});
-  $('seed').onchange = () =>
-      change({seed: Math.min(Math.max(Math.floor(Number($('seed').value)) || 0, 0), LIMITS.seed[1])});
+  $('seed').onchange = () => {
+    const seed = Math.floor($('seed').valueAsNumber);
+    change({seed: Number.isNaN(seed) ? settings.seed : Math.min(Math.max(seed, 0), LIMITS.seed[1])});
+  };
   $('reseed').onclick = () => change({seed: (settings.seed + 1) % 2 ** 32});
   for (const radio of document.querySelectorAll('input[name=rate]'))
     radio.onchange = () => change({rate: Number(radio.value)});
@@ -556,6 +601,8 @@ async function unpack(id) {
 }
 
 async function start() {
+  if (!window.isSecureContext)
+    return problem('Browsers let this page play from the disk or over https only, not over http.');
   const needs = ['WebAssembly', 'DecompressionStream', 'AudioContext', 'AudioWorkletNode', 'OfflineAudioContext'];
   const missing = needs.filter((name) => !(name in window));
   if (missing.length > 0) return problem(`This browser lacks what the page needs: ${missing.join(', ')}.`);
@@ -565,12 +612,13 @@ async function start() {
   page.wasm = WebAssembly.validate(vectors) ? vectors : await unpack('wasm-plain');
   page.instance = (await WebAssembly.instantiate(page.wasm)).instance;
   page.instance.exports._initialize();
-  page.clip = {name: 'the clip', bytes: await unpack('speech')};
+  const clip = await unpack('speech');
+  page.clip = {name: 'the clip', read: async () => clip.slice(0)};
 
   Object.assign(settings, readAddress());
   showSettings();
   handleControls();
-  await setSource(page.clip);
+  await load(page.clip);
 }
 
-start();
+start().catch((error) => problem(`This browser cannot run the page: ${error.message}.`));

@@ -81,55 +81,75 @@ function drawWaveform({pen, width, height, scale}, outline, view, colour) {
   }
 }
 
-// Spectrum of real samples by radix 2; re and im are overwritten.
-function transform(re, im) {
-  const n = re.length;
-  for (let i = 1, j = 0; i < n; ++i) {
-    let bit = n >> 1;
-    for (; j & bit; bit >>= 1) j ^= bit;
-    j ^= bit;
-    if (i < j) [re[i], re[j]] = [re[j], re[i]];
+// Fourier transforms in place by radix 2, of one size.
+class Fourier {
+  constructor(size) {
+    const turn = (i) => 2 * Math.PI * i / size;
+    this.cos = Float32Array.from({length: size / 2}, (_, i) => Math.cos(turn(i)));
+    this.sin = Float32Array.from({length: size / 2}, (_, i) => -Math.sin(turn(i)));
   }
-  for (let size = 2; size <= n; size *= 2) {
-    for (let k = 0; k < size / 2; ++k) {
-      const c = Math.cos(2 * Math.PI * k / size);
-      const s = -Math.sin(2 * Math.PI * k / size);
-      for (let i = k; i < n; i += size) {
-        const j = i + size / 2;
-        const a = re[j] * c - im[j] * s;
-        const b = re[j] * s + im[j] * c;
-        re[j] = re[i] - a;
-        im[j] = im[i] - b;
-        re[i] += a;
-        im[i] += b;
+
+  transform(re, im) {
+    const n = re.length;
+    for (let i = 1, j = 0; i < n; ++i) {
+      let bit = n >> 1;
+      for (; j & bit; bit >>= 1) j ^= bit;
+      j ^= bit;
+      if (i < j) {
+        const [a, b] = [re[i], im[i]];
+        re[i] = re[j];
+        im[i] = im[j];
+        re[j] = a;
+        im[j] = b;
+      }
+    }
+    for (let size = 2; size <= n; size *= 2) {
+      for (let k = 0; k < size / 2; ++k) {
+        const c = this.cos[k * n / size];
+        const s = this.sin[k * n / size];
+        for (let i = k; i < n; i += size) {
+          const j = i + size / 2;
+          const a = re[j] * c - im[j] * s;
+          const b = re[j] * s + im[j] * c;
+          re[j] = re[i] - a;
+          im[j] = im[i] - b;
+          re[i] += a;
+          im[i] += b;
+        }
       }
     }
   }
 }
 
-// Windows of 16 ms, Hann; 80 dB from the first to the last colour of the scale, up to half the rate.
-function drawSpectrogram({pen, width, height}, samples, view, rate, colours) {
+// Windows of 16 ms, Hann, not closer than 0.5 ms; 80 dB from the first to the last colour of the scale, up to half the
+// rate.
+function drawSpectrogram({pen, width, height, scale}, samples, view, rate, colours) {
   const size = rate / 62.5;  // a power of 2
+  const fourier = new Fourier(size);
   const re = new Float32Array(size);
   const im = new Float32Array(size);
   const image = pen.createImageData(width, height);
   const pixels = new Uint32Array(image.data.buffer);
-  const window = Float32Array.from({length: size}, (_, i) => 0.5 - 0.5 * Math.cos(2 * Math.PI * (i + 0.5) / size));
+  const window =
+      Float32Array.from({length: size}, (_, i) => (0.5 - 0.5 * Math.cos(2 * Math.PI * (i + 0.5) / size)) / 32768);
   const column = new Uint32Array(size / 2);
-  const step = Math.max(Math.floor(width / 1200), 1);  // pixels of one column
+  const bins = Uint16Array.from({length: height}, (_, y) => (height - 1 - y) / height * column.length);
+  const perPixel = (view.last - view.first) / width;
+  const step = Math.max(Math.round(scale), Math.floor(rate / 2000 / perPixel));  // pixels of one column
   for (let x = 0; x < width; x += step) {
-    const middle = Math.round(view.first + (x + step / 2) / width * (view.last - view.first));
+    const middle = Math.round(view.first + (x + step / 2) * perPixel);
     if (middle >= samples.length) break;
     im.fill(0);
-    for (let i = 0; i < size; ++i) re[i] = (samples[middle - size / 2 + i] ?? 0) / 32768 * window[i];
-    transform(re, im);
+    for (let i = 0; i < size; ++i) re[i] = (samples[middle - size / 2 + i] ?? 0) * window[i];
+    fourier.transform(re, im);
     for (let k = 0; k < column.length; ++k) {
       const level = 10 * Math.log10((re[k] ** 2 + im[k] ** 2) / (size / 4) ** 2 + 1e-12);
       column[k] = colours[Math.min(Math.max(Math.round((level + 90) / 80 * 255), 0), 255)];
     }
-    for (let y = 0; y < height; ++y) {
-      const colour = column[Math.floor((height - 1 - y) / height * column.length)];
-      pixels.fill(colour, y * width + x, y * width + Math.min(x + step, width));
+    const end = Math.min(x + step, width);
+    for (let y = 0, row = 0; y < height; ++y, row += width) {
+      const colour = column[bins[y]];
+      for (let i = x; i < end; ++i) pixels[row + i] = colour;
     }
   }
   pen.putImageData(image, 0, 0);

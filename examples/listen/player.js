@@ -6,40 +6,41 @@ const FADE = 0.01;     // seconds of the cross-fade when the treatment changes, 
 const PRE_ROLL = 0.8;  // seconds of speech run through the link before the place at which playing begins
 
 class Player extends AudioWorkletProcessor {
-  constructor({processorOptions: {wasm, rate, ...start}}) {
+  constructor({processorOptions: {wasm, rate, hear, playing, ...start}}) {
     super();
     this.instance = new WebAssembly.Instance(new WebAssembly.Module(wasm));
     this.instance.exports._initialize();
     this.rate = rate;
-    this.weights = TREATMENTS.map(() => 0);  // of the treatments in what is heard
-    this.playing = false;
-    this.loudness = 0;
-    this.take(start);
-    this.weights[this.hear] = 1;
-    this.loudness = this.playing ? 1 : 0;
+    this.hear = hear;
+    this.playing = playing;
+    this.weights = TREATMENTS.map((_, k) => k === hear ? 1 : 0);  // of the treatments in what is heard
+    this.loudness = playing && start.position === 0 ? 1 : 0;      // fades in where it starts within the speech
+    this.next = null;                                             // what begin() gets when the sound has faded
+    this.begin(start);
     this.port.onmessage = ({data}) => this.take(data);
   }
 
-  // What the page sets: speech (null for the microphone), lost, hear, playing, position in samples.
-  take(message) {
-    const {position, ...rest} = message;
-    Object.assign(this, rest);
-    if ('speech' in message)
-      this.begin(position ?? 0);
-    else if (position !== undefined)
-      this.next = position;  // where to go on when the sound has faded
+  // What the page sets: hear, playing, lost; position in samples, with the number of the seek that set it; speech, null
+  // for the microphone, with its lost and position.
+  take({hear = this.hear, playing = this.playing, ...place}) {
+    this.hear = hear;
+    this.playing = playing;
+    if (this.next || 'position' in place)
+      this.next = {...this.next, ...place};
+    else
+      Object.assign(this, place);
   }
 
-  // Starts a stream so that the sample at this position is heard next.
-  begin(position) {
+  // Starts a stream so that the sample at the position is heard next.
+  begin(place) {
+    Object.assign(this, place);
     this.link?.delete();
     this.link = new Link(this.instance, this.rate);
-    this.next = undefined;
     if (!this.speech) return this.beginMicrophone();
     const {frame, delay} = this.link;
-    this.position = Math.min(position, this.speech.length);
-    this.index = Math.max(Math.floor((position - PRE_ROLL * this.rate) / frame), 0);  // of the frame that enters next
-    let behind = position + delay - this.index * frame;
+    this.index =
+        Math.max(Math.floor((this.position - PRE_ROLL * this.rate) / frame), 0);  // of the frame that enters next
+    let behind = this.position + delay - this.index * frame;
     for (this.run(); behind >= frame; behind -= frame) this.run();
     this.used = behind;
   }
@@ -52,19 +53,22 @@ class Player extends AudioWorkletProcessor {
   }
 
   process([input], [[output]]) {
-    if (this.next !== undefined && this.loudness === 0) this.begin(this.next);
+    if (this.next && this.loudness === 0) {
+      this.begin(this.next);
+      this.next = null;
+    }
     if (!this.speech) {
       this.microphone(input[0] ?? new Float32Array(output.length), output);
     } else if (this.playing || this.loudness > 0) {
       for (let i = 0; i < output.length; ++i) output[i] = this.sample();
-      this.port.postMessage({position: this.position});
+      if (!this.next) this.port.postMessage({position: this.position, seek: this.seek});
     }
     return true;
   }
 
   // The next sample of the speech, which begins again at its end.
   sample() {
-    if (this.position >= this.speech.length) this.begin(0);
+    if (this.position >= this.speech.length) this.begin({position: 0});
     if (this.used === this.link.frame) this.run();
     const heard = this.mix(this.link.heard, this.used++);
     ++this.position;
@@ -74,7 +78,7 @@ class Player extends AudioWorkletProcessor {
   // What is heard of the treatments at this place, with the fades.
   mix(signals, i) {
     const step = 1 / (FADE * this.rate);
-    const goal = this.playing && this.next === undefined ? 1 : 0;
+    const goal = this.playing && !this.next;
     this.loudness = Math.min(Math.max(this.loudness + (goal ? step : -step), 0), 1);
     let sum = 0;
     for (let k = 0; k < signals.length; ++k) {

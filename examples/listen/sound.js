@@ -9,30 +9,27 @@ function toSample(x) {
   return rest > 0.5 || (rest === 0.5 && down % 2 !== 0) ? down + 1 : down;
 }
 
-// The samples of a 16-bit WAV file, exact, or null for anything else: browsers scale what they decode in their own
-// ways.
-function readWav(bytes) {
+// The samples of a 16-bit WAV file at this rate, exact, or null for anything else: browsers scale what they decode in
+// their own ways.
+function readWav(bytes, rate, most) {
   const view = new DataView(bytes);
   const mark = (at) => at + 8 <= view.byteLength ? view.getUint32(at) : 0;  // four letters
   if (mark(0) !== 0x52494646 || mark(8) !== 0x57415645) return null;        // RIFF, WAVE
-  let format = null;
+  let channels = 0;
   for (let at = 12; mark(at) !== 0;) {
     const size = Math.min(view.getUint32(at + 4, true), view.byteLength - at - 8);
     if (mark(at) === 0x666d7420 && size >= 16) {  // "fmt "
-      format = {
-        plain: view.getUint16(at + 8, true) === 1 && view.getUint16(at + 22, true) === 16,
-        channels: view.getUint16(at + 10, true),
-        rate: view.getUint32(at + 12, true)
-      };
-    } else if (mark(at) === 0x64617461 && format !== null) {  // "data"
-      if (!format.plain || format.channels === 0) return null;
-      const samples = new Float32Array(Math.floor(size / 2 / format.channels));
+      const plain = view.getUint16(at + 8, true) === 1 && view.getUint16(at + 22, true) === 16;
+      if (!plain || view.getUint32(at + 12, true) !== rate) return null;
+      channels = view.getUint16(at + 10, true);
+    } else if (mark(at) === 0x64617461 && channels > 0) {  // "data"
+      const samples = new Int16Array(Math.min(Math.floor(size / 2 / channels), most));
       for (let i = 0, from = at + 8; i < samples.length; ++i) {
         let sum = 0;
-        for (let c = 0; c < format.channels; ++c, from += 2) sum += view.getInt16(from, true);
-        samples[i] = sum / format.channels / 32768;
+        for (let c = 0; c < channels; ++c, from += 2) sum += view.getInt16(from, true);
+        samples[i] = toSample(Math.fround(sum / channels / 32768));
       }
-      return {rate: format.rate, samples};
+      return samples;
     }
     at += 8 + size + size % 2;
   }
@@ -59,12 +56,19 @@ function writeWav(samples, rate) {
   return view.buffer;
 }
 
-// The speech in a sound file, mono at the rate. Throws what the browser throws for a file that is no sound.
-async function decode(bytes, rate) {
-  const wav = readWav(bytes);
-  if (wav !== null && wav.rate === rate) return Int16Array.from(wav.samples, toSample);
+// The speech in a sound file, mono at the rate, at most so many samples. Takes the bytes. Throws what the browser
+// throws for a file that is no sound.
+async function decode(bytes, rate, most) {
+  const exact = readWav(bytes, rate, most);
+  if (exact !== null) return exact;
   const context = new OfflineAudioContext(1, 1, rate);  // decodes to its own rate
-  const sound = await context.decodeAudioData(bytes.slice(0));
+  const sound = await context.decodeAudioData(bytes);
   const channels = Array.from({length: sound.numberOfChannels}, (_, c) => sound.getChannelData(c));
-  return Int16Array.from(channels[0], (_, i) => toSample(channels.reduce((sum, c) => sum + c[i], 0) / channels.length));
+  const samples = new Int16Array(Math.min(sound.length, most));
+  for (let i = 0; i < samples.length; ++i) {
+    let sum = 0;
+    for (const channel of channels) sum += channel[i];
+    samples[i] = toSample(sum / channels.length);
+  }
+  return samples;
 }
