@@ -207,10 +207,8 @@ function tell(message) {
 // Opens the audio at the rate of the speech, once. Safari asks that resume() is called within the visitor's click.
 async function openAudio() {
   const audio = page.audio ??= {context: new AudioContext({sampleRate: page.rate})};
-  const resumed = audio.context.resume();
   try {
-    await (audio.ready ??= addPlayer(audio));
-    await resumed;
+    await Promise.all([audio.context.resume(), audio.ready ??= addPlayer(audio)]);
   } catch (error) {
     if (audio !== page.audio) return;  // closed in the meantime
     closeAudio();
@@ -254,7 +252,7 @@ async function play() {
   } catch (error) {
     page.playing = false;
     showPlaying();
-    problem(`This browser cannot play at ${page.rate} Hz: ${error.message}.`);
+    problem(`This browser cannot play at ${page.rate} Hz: ${error.message}`);
   }
 }
 
@@ -308,7 +306,7 @@ async function startMicrophone() {
     page.audio.input = page.audio.context.createMediaStreamSource(stream);
   } catch (error) {
     stream?.getTracks().forEach((track) => track.stop());
-    return problem(`The microphone cannot be used: ${error.message}.`);
+    return problem(`The microphone cannot be used: ${error.message}`);
   } finally {
     page.asking = false;
   }
@@ -621,4 +619,4 @@ async function start() {
   await load(page.clip);
 }
 
-start().catch((error) => problem(`This browser cannot run the page: ${error.message}.`));
+start().catch((error) => problem(`This browser cannot run the page: ${error.message}`));
