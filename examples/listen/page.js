@@ -5,6 +5,7 @@ const LONGEST = 600;        // seconds of speech that are used of a file
 const LONGEST_TAKE = 300;   // seconds that are recorded of the microphone
 const CLOSEST = 0.005;      // seconds across the pictures
 const AT_A_TIME = 12;       // milliseconds of work before the page may do other things
+const STARTED_AFTER = 3;    // seconds after which a start of the audio is late
 const ADDRESS_AFTER = 0.2;  // seconds after a change; browsers refuse an address that changes many times a second
 
 const $ = (id) => document.getElementById(id);
@@ -207,12 +208,15 @@ function tell(message) {
 // Opens the audio at the rate of the speech, once. Safari asks that resume() is called within the visitor's click.
 async function openAudio() {
   const audio = page.audio ??= {context: new AudioContext({sampleRate: page.rate})};
+  const late = setTimeout(() => problem('The browser has not started its sound output yet.'), 1000 * STARTED_AFTER);
   try {
     await Promise.all([audio.context.resume(), audio.ready ??= addPlayer(audio)]);
   } catch (error) {
     if (audio !== page.audio) return;  // closed in the meantime
     closeAudio();
     throw error;
+  } finally {
+    clearTimeout(late);
   }
 }
 
