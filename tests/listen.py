@@ -72,6 +72,17 @@ SWITCHED = '''
     });
 '''
 
+# Keeps the audio contexts that the page makes.
+CONTEXTS = '''
+    window.contexts = [];
+    window.AudioContext = class extends AudioContext {
+        constructor(options) {
+            super(options);
+            contexts.push(this);
+        }
+    };
+'''
+
 
 class Listen(unittest.TestCase):
     def setUp(self):
@@ -103,6 +114,9 @@ class Listen(unittest.TestCase):
 
     def find(self, name):
         return self.browser.find_element(By.ID, name)
+
+    def play_time(self):
+        return float(self.find('time').text.split()[0])
 
     def press(self, keys):
         self.browser.find_element(By.TAG_NAME, 'body').send_keys(keys)
@@ -162,7 +176,7 @@ class Listen(unittest.TestCase):
     def test_controls(self):
         self.open()
         self.press(' ')
-        self.until(lambda: float(self.find('time').text.split()[0]) > 0.3)
+        self.until(lambda: self.play_time() > 0.3)
         counts = self.find('counts').text
         self.find('loss').send_keys(Keys.ARROW_RIGHT * 8)
         self.until(lambda: self.find('counts').text != counts)
@@ -175,10 +189,36 @@ class Listen(unittest.TestCase):
         self.assertLess(self.browser.execute_script('return (page.view.last - page.view.first) / page.speech.length'), 0.3)
         self.browser.find_element(By.CSS_SELECTOR, 'input[value="8000"]').click()
         self.until(lambda: 'frames of 3.75 ms' in self.find('counts').text)
-        before = float(self.find('time').text.split()[0])
-        self.until(lambda: float(self.find('time').text.split()[0]) > before + 0.2)
+        before = self.play_time()
+        self.until(lambda: self.play_time() > before + 0.2)
         self.press(' ')
         self.assertEqual(self.find('play').text, 'Play')
+
+    def test_quick_hands(self):
+        # Presses, rates and files that come faster than the audio opens and a file is decoded.
+        self.browser.execute_cdp_cmd('Page.addScriptToEvaluateOnNewDocument', {'source': CONTEXTS})
+        slow, fast = (self.work / name for name in ('slow.wave', 'fast.wave'))
+        fast.write_bytes((CLIPS / 'speech_16k.wav').read_bytes())
+        with wave.open(str(slow), 'wb') as file:
+            file.setparams((2, 2, 48000, 0, 'NONE', ''))
+            file.writeframes(bytes(4 * 48000 * 30))
+        self.open()
+        self.find('spectrogram').click()
+        self.browser.execute_script('''
+            for (const name of ['#play', '#play', '#play', '[value="8000"]', '[value="16000"]', '[value="8000"]'])
+                document.querySelector(name).click();
+        ''')
+        self.until(lambda: self.play_time() > 0.3)
+        open_ones = 'return contexts.filter((context) => context.state !== "closed").map((context) => context.sampleRate)'
+        self.assertEqual(self.browser.execute_script(open_ones), [8000])
+        self.find('file').send_keys(str(slow))
+        self.find('file').send_keys(str(fast))
+        self.until(lambda: self.find('source').text == fast.name)
+        time.sleep(1)
+        self.assertEqual(self.find('source').text, fast.name)
+        self.find('seed').send_keys(Keys.BACKSPACE + '-5' + Keys.ENTER)
+        self.until(lambda: 'seed=0' in self.browser.current_url)
+        self.assertEqual(self.find('seed').get_attribute('value'), '0')
 
     def test_what_is_no_sound(self):
         text = self.work / 'notes.txt'
@@ -191,12 +231,15 @@ class Listen(unittest.TestCase):
 
     def test_microphone(self):
         self.open('#loss=20')
+        begun = time.monotonic()
         self.find('microphone').click()
-        self.until(lambda: float(self.find('time').text.split()[0]) > 1)
-        self.find('microphone').click()
+        self.until(lambda: self.play_time() > 1)
+        self.browser.find_element(By.CSS_SELECTOR, 'input[value="8000"]').click()  # ends the recording
         self.until(lambda: self.find('source').text == 'your recording')
+        seconds = self.browser.execute_script('return page.speech.length / 8000')
+        self.assertTrue(1 < seconds < time.monotonic() - begun, f'{seconds} s recorded')
+        self.until(lambda: self.find('save').is_enabled())
         self.assertGreater(max(self.samples(0)), 1000)
-        self.assertTrue(self.find('save').is_enabled())
 
     def test_pictures(self):
         for name, width, height in [('desktop', 1200, 900), ('phone', 390, 1100)]:

@@ -86,7 +86,9 @@ function showSettings() {
   for (const id of ['loss', 'burst']) $(id).setAttribute('aria-valuetext', $(`${id}-text`).textContent);
   $('seed').value = seed;
   for (const radio of document.querySelectorAll('input[name=rate]')) radio.checked = Number(radio.value) === rate;
-  $('agrees').textContent = rate === 16000 ? 'this writes what is heard' : 'this has the same losses';
+  $('agrees').textContent = rate === 16000 && hear !== 'sent' ?
+      'this writes what is heard, where the speech is a 16-bit WAV file at 16000 Hz' :
+      'this has the same losses';
   const flag = {received: ' --conceal mute', repeated: ' --conceal off'}[hear] ?? '';
   $('command').textContent =
       `voice_link link speech.wav heard.wav --rate ${rate} --loss ${loss} --burst ${burst} --seed ${seed}${flag}`;
@@ -109,6 +111,7 @@ function problem(text) {
 async function load(source) {
   const {rate} = settings;
   page.asked = source;
+  showSource();
   const most = LONGEST * rate;
   const bytes = await source.read().catch(() => null);
   const speech = bytes && await decode(bytes, rate, most + 1).catch(() => null);
@@ -120,6 +123,7 @@ async function load(source) {
   if (wrong) {
     problem(`${source.name} ${wrong}.`);
     page.asked = page.source;
+    showSource();
     if (page.rate) change({rate: page.rate});
     return;
   }
@@ -138,12 +142,17 @@ function setSpeech(source, rate, speech) {
   page.lost = losses(page.instance, Math.ceil(speech.length / format().frame), settings);
   look(first * scale, (last - first) * (scale || 1));
   jump(position, {speech, lost: page.lost});
-  $('source').textContent = source.name;
-  $('clip').hidden = source === page.clip;
   $('play').disabled = false;
+  showSource();
   showPlaying();
   if (page.playing) play();
   render();
+}
+
+function showSource() {
+  const {asked, source, clip} = page;
+  $('source').textContent = asked !== source ? `${asked.name}, opening…` : recording() ? 'the microphone' : source.name;
+  $('clip').hidden = source === clip;
 }
 
 function changeLosses() {
@@ -324,8 +333,8 @@ async function startMicrophone() {
   tell({playing: true});
   jump(0, {speech: null, lost: page.lost});
   page.audio.input.connect(page.audio.player);
-  $('source').textContent = 'the microphone';
-  $('counts').textContent = 'Recording. Use headphones.';
+  showSource();
+  $('counts').textContent = 'Recording.';
   showSave();
   showPlaying();
 }
@@ -555,6 +564,7 @@ function openFile(file) {
 }
 
 function handleControls() {
+  document.querySelector('main').inert = false;
   $('play').onclick = toggle;
   $('open').onclick = () => $('file').click();
   $('file').onchange = () => {
