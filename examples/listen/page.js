@@ -132,7 +132,7 @@ async function load(source) {
   setSpeech(source, rate, speech.subarray(0, most));
 }
 
-// Where only the rate is another, position and view stay.
+// If only the rate changes, position and view stay.
 function setSpeech(source, rate, speech) {
   const scale = source === page.source ? rate / page.rate : 0;
   const {first, last} = scale ? page.view : {first: 0, last: Infinity};
@@ -194,7 +194,7 @@ async function render() {
   draw();
 }
 
-// Saves nothing but what the settings say: not while that is made, nor while recording.
+// A saved file agrees with the settings: nothing is saved while new signals are computed or while recording.
 function showSave() {
   $('save').disabled = page.take?.lost !== page.lost;
 }
@@ -233,6 +233,7 @@ async function addPlayer(audio) {
   if (audio.context.sampleRate !== page.rate) throw new Error('it chooses the rate itself');
   audio.player = await makePlayer(audio.context);
   audio.player.connect(audio.context.destination);
+  audio.player.onprocessorerror = () => problem('The player does not run in the audio thread of this browser.');
   audio.player.port.onmessage = ({data}) => hear(data);
 }
 
@@ -274,6 +275,8 @@ function stop() {
   tell({playing: false});
   showPlaying();
   if (recording()) keepRecording();
+  // Saves the battery, once the sound has faded.
+  setTimeout(() => page.playing || page.asking || page.audio?.context.suspend(), 500);
 }
 
 function seek(position) {
@@ -282,7 +285,7 @@ function seek(position) {
   if (position < page.view.first || position >= page.view.last) turn();
 }
 
-// The player goes on there. What it reports from before no longer counts.
+// Moves the player to a position. Positions that it reported before that are ignored.
 function jump(position, more) {
   page.position = position;
   tell({...more, position, seek: ++page.seek});
@@ -484,7 +487,7 @@ function showCounts() {
 
 // ---- Controls
 
-// The fingers on the pictures, or the mouse: a pinch may reach over two of the pictures.
+// The fingers on all pictures, or the mouse: a pinch may cover two pictures.
 const fingers = new Map();
 let moved = 0;
 
@@ -497,6 +500,7 @@ function grip() {
 function handlePointers(view) {
   const partAt = (x) => (x - view.getBoundingClientRect().left) / view.clientWidth;
   view.addEventListener('pointerdown', (event) => {
+    if (event.button !== 0) return;
     moved = fingers.size === 0 ? 0 : Infinity;  // a pinch is no click
     fingers.set(event.pointerId, {x: event.clientX, y: event.clientY});
     view.setPointerCapture(event.pointerId);

@@ -56,8 +56,8 @@ function writeWav(samples, rate) {
   return view.buffer;
 }
 
-// The speech in a sound file, mono at the rate, at most so many samples. Takes the bytes. Throws what the browser
-// throws for a file that is no sound.
+// The speech in a sound file, mono at the rate, of at most `most` samples. The bytes are detached. Throws what the
+// browser throws for a file that is no sound.
 async function decode(bytes, rate, most) {
   const exact = readWav(bytes, rate, most);
   if (exact !== null) return exact;
