@@ -515,8 +515,7 @@ function handlePointers(view) {
     if (moved > 4) zoom(before.width / after.width, sampleAt(partAt(before.middle)), partAt(after.middle));
   });
   view.addEventListener('pointerup', (event) => {
-    fingers.delete(event.pointerId);
-    if (moved <= 4 && page.speech) seek(sampleAt(partAt(event.clientX)));
+    if (fingers.delete(event.pointerId) && moved <= 4 && page.speech) seek(sampleAt(partAt(event.clientX)));
   });
   view.addEventListener('pointercancel', (event) => fingers.delete(event.pointerId));
   view.addEventListener('wheel', (event) => {
