@@ -604,7 +604,17 @@ function handleControls() {
   });
   window.addEventListener('hashchange', () => change(readAddress()));
   window.addEventListener('resize', draw);
+  drawAtNewScale();
   matchMedia('(prefers-color-scheme: dark)').addEventListener('change', draw);
+}
+
+// A window that moves to another screen may change the scale of its pixels and nothing else.
+function drawAtNewScale() {
+  const again = () => {
+    draw();
+    drawAtNewScale();
+  };
+  matchMedia(`(resolution: ${window.devicePixelRatio}dppx)`).addEventListener('change', again, {once: true});
 }
 
 // ---- Start
