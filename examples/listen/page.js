@@ -304,7 +304,7 @@ function hear(message) {
 }
 
 function showPlaying() {
-  $('play').textContent = page.playing ? 'Stop' : 'Play';
+  $('play').textContent = !page.playing ? 'Play' : recording() ? 'Stop' : 'Pause';
   $('microphone').setAttribute('aria-pressed', recording());
 }
 
