@@ -10,7 +10,8 @@ namespace cvsd_qor {
 // records share. The mantissas are 16-bit values. Their fields are wider because that makes the comparison
 // faster.
 struct NormalisedCorrelation {
-    std::int32_t c2;       // c² in Q15, from the high half of the normalised c; -32767..32767
+    std::int32_t c2;       // c² in Q15, from the high half of the normalised c: -32767..32767, and -32768
+                           // in the coarse search's kWeakest
     std::int32_t energy;   // high half of the normalised e
     std::int32_t exponent; // 2 · norm32(c) - norm32(e): -31..62
 };

@@ -76,7 +76,7 @@ constexpr std::int32_t mul_q15_rounded(std::int16_t weight, std::int32_t v) {
 
 // v times a Q15 value q >= 0: twice the floor of (v >> 1)·q / 2^15, so bit 0 of v has no effect. The
 // definition splits v >> 1 into hi·2^15 + lo and takes 2·hi·q + 2·((lo·q) >> 15), which is the same. As q <
-// 2^15, |result| is at most |v| + 1, and it fits in 32 bits.
+// 2^15, the result is within -2^31 + 2^16..2^31 - 2^16: it fits in 32 bits.
 constexpr std::int32_t mul_32_by_q15(std::int32_t v, std::int16_t q) {
     return static_cast<std::int32_t>(2 * ((std::int64_t{v >> 1} * q) >> 15));
 }

@@ -59,8 +59,9 @@ extern "C" {
 /*
  * The state of one direction of one stream: 12 bytes, the same layout for encoder and decoder. A
  * plain record: it may be moved or copied between calls. A copy continues from the state of the
- * original. When a call begins, values outside the ranges below are brought into them: the accumulator
- * and the step are limited (a step below 10240 with the first sample), run_bits is taken modulo 16.
+ * original. A call that processes a byte first brings values outside the ranges below into them: the
+ * accumulator and the step are limited (a step below 10240 with the first sample), run_bits is taken
+ * modulo 16.
  */
 typedef struct CvsdState {
     int32_t accumulator; /* reconstructed signal, 64 units per PCM unit      -2097151..2097151             */
@@ -178,9 +179,9 @@ CVSD_QOR_API int32_t g711plc_GetMemorySize_v2(void);
 CVSD_QOR_API int32_t g711plc_construct_v2(PlcBlock *block, int32_t sample_rate);
 
 /*
- * Appends a frame that arrived to the history. If it is the first after a loss, its beginning is
- * joined to the synthetic signal before that, by a cross-fade; docs/integrating.md, "Which call when",
- * has its lengths.
+ * Appends a frame that arrived to the history. If it is the first after a loss, the synthetic signal
+ * continues into it before that: at 16000 Hz it replaces the first 36 samples, then at both rates it
+ * cross-fades to the frame. docs/integrating.md, "Which call when", has the lengths.
  *
  *   block        in/out  1 block      constructed; construction returned 0
  *   frame        in/out  samples      30 or 120; before: as received; after: the output
@@ -204,7 +205,7 @@ CVSD_QOR_API void g711plc_dofe_v2(PlcBlock *block, int16_t *frame);
  * Gains and weights are Q15, 32767 for 1. A product of weight and sample is rounded toward minus
  * infinity, a sum of two is limited to 16 bits. `lost` is the number of lost frames since the last
  * good one. Only completed calls of g711plc_dofe_v2 count: the frame that is being made does not.
- * Every n is in samples; if it is below 1, nothing is done.
+ * Every n is in samples, that of plc_mem_copy in bytes; if it is below 1, nothing is done.
  * ---------------------------------------------------------------------------------------------- */
 
 /*
@@ -227,8 +228,9 @@ CVSD_QOR_API void PLC_GetSynSpeech(PlcBlock *block, int16_t *output, int32_t n);
 CVSD_QOR_API void PLC_SaveSpeech(PlcBlock *block, int16_t *frame);
 
 /*
- * Attenuation ramp: the gain starts at 1 - (lost - 1) / 4 and falls by a quarter of full scale over
- * one frame, never below 0. PLC_ScaleSpeech processes one frame, the other n samples.
+ * Attenuation ramp: the gain of the first sample is 32767 - 8191 * (lost - 1), about
+ * 1 - (lost - 1) / 4. It falls by 273 per sample at 8000 Hz and by 68 at 16000 Hz, a quarter of full
+ * scale over one frame, never below 0. PLC_ScaleSpeech processes one frame, the other n samples.
  *
  *   block        in      1 block      constructed, lost at least 1
  *   frame        in/out  samples      30 or 120
@@ -254,8 +256,9 @@ CVSD_QOR_API void PLC_OverlapAdds(const PlcBlock *block, const int16_t *left, co
                                   int16_t *output, int32_t n);
 
 /*
- * Join at the end of a loss, a cross-fade: the synthetic signal fades out from the gain at which
- * PLC_ScaleSpeech starts, the real one fades in.
+ * Join at the end of a loss, a cross-fade: the synthetic signal fades out from g, the gain at which
+ * PLC_ScaleSpeech starts, the real one fades in. With d = 32767 / n, sample i, i = 1..n, weights real
+ * with i * d and synthetic with ((g * (32767 - d)) >> 15) - (i - 1) * ((g * d) >> 15).
  *
  *   block        in      1 block      constructed, lost at least 1
  *   real         in/out  samples      n of them; before: as received; after: the join
@@ -278,10 +281,12 @@ CVSD_QOR_API void plc_mem_copy(void *destination, const void *source, int32_t n)
  * The pitch search that g711plc_dofe_v2 makes at 8000 Hz when a loss begins.
  *
  *   block        in      1 block      constructed; the search uses its copy of the history, which is
- *                                     made when a loss begins and is all zero before the first loss
+ *                                     made when a loss begins and is all zero before the first loss.
+ *                                     The concealment then cross-fades its end, so a search after
+ *                                     g711plc_dofe_v2 may find another period
  *
- * Returns the period with the highest correlation, in samples: 30..120 at 8000 Hz, 40..240 at
- * 16000 Hz.
+ * Returns a period in samples, 30..120 at 8000 Hz, 40..240 at 16000 Hz: of every second period the
+ * one with the highest correlation, or one of its two neighbours if that correlates better.
  */
 CVSD_QOR_API int32_t PLC_FindPitch_fix(const PlcBlock *block);
 
@@ -302,7 +307,7 @@ CVSD_QOR_API int32_t PLC_FindPitch_fix(const PlcBlock *block);
  * no other call uses at the same time.
  *
  * sig_hist, coarse_pitch, decim_mem, decim_exp and decim_hist carry the state from one call to the
- * next. Every call overwrites the other results.
+ * next. Every call overwrites all other fields except scratch.
  */
 typedef struct PitchTrackerState {
     int32_t lag_energy;     /* energy of the segment at the chosen lag                                     */
@@ -318,7 +323,7 @@ typedef struct PitchTrackerState {
     int16_t tracked_pitch;  /* the result: pitch of the latest frame                              40..321  */
     int16_t decim_mem[60];  /* samples, oldest first: the last 60 of the latest frame                      */
     int16_t decim_exp;      /* block exponent of decim_hist: -3 at full scale, 37 after silence    -3..37  */
-    int16_t decim_hist[56]; /* samples at 2000 Hz, oldest first, shifted left by decim_exp                 */
+    int16_t decim_hist[56]; /* samples at 2000 Hz, oldest first: about the signal * 2^(decim_exp - 1)      */
     int16_t *scratch;       /* work area, 824 samples; nothing in it is kept between calls                 */
 } PitchTrackerState;
 
@@ -344,13 +349,14 @@ CVSD_QOR_API void PLC_Decim(int16_t *in, int16_t *out, PitchTrackerState *state)
 
 /*
  * Coarse pitch: normalised autocorrelation of the newest 30 decimated samples, with guards against
- * multiples of the period.
+ * multiples of the period and a preference for the previous pitch.
  *
  *   state        in      1 record     not read; kept for compatibility of the signature
  *   dec          in      samples      71 at 2000 Hz, oldest first
  *   prev         in      samples      the previous coarse pitch
  *
- * Returns the coarse pitch, 36..324. 40 is also returned if the autocorrelation has no peak.
+ * Returns the coarse pitch, 36..324. 40 is also returned if the autocorrelation has no peak, neither
+ * a positive nor a negative one.
  */
 CVSD_QOR_API uint16_t PLC_CoarsePitch(const PitchTrackerState *state, const int16_t *dec, int16_t prev);
 

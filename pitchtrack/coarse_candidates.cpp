@@ -21,20 +21,20 @@ struct Peaks {
     int count;
 };
 
-// Two neighbours, lags i and i + 1, share one pair of doubled cross products, as in beats(): the later lag
-// beats the earlier one if its product is greater, and the reverse. These are three loops because clang 14
+// Two neighbours, lags i and i + 1, share one pair of doubled cross products, as in beats(): the longer lag
+// beats the shorter one if its product is greater, and the reverse. These are three loops because clang 14
 // would keep values of a single loop for its next round instead of using vectors.
 Peaks find_peaks(const Lags &lags) {
-    std::int32_t later[kPaddedLags];
-    std::int32_t earlier[kPaddedLags];
-    std::int16_t later_down[kPaddedLags];
-    std::int16_t earlier_down[kPaddedLags];
-    for (int i = 0; i < kPaddedLags; ++i) later[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
-    for (int i = 0; i < kPaddedLags; ++i) earlier[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
+    std::int32_t longer[kPaddedLags];
+    std::int32_t shorter[kPaddedLags];
+    std::int16_t longer_down[kPaddedLags];
+    std::int16_t shorter_down[kPaddedLags];
+    for (int i = 0; i < kPaddedLags; ++i) longer[i] = 2 * (lags.c2[i + 1] * lags.mantissa[i]);
+    for (int i = 0; i < kPaddedLags; ++i) shorter[i] = 2 * (lags.c2[i] * lags.mantissa[i + 1]);
     for (int i = 0; i < kPaddedLags; ++i) {
         const auto d = static_cast<std::int16_t>(lags.exponent[i + 1] - lags.exponent[i]);
-        later_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
-        earlier_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
+        longer_down[i] = clamp<std::int16_t>(d, 0, kMaxShift);
+        shorter_down[i] = clamp<std::int16_t>(static_cast<std::int16_t>(-d), 0, kMaxShift);
     }
 
     // Each lag is written behind the list and counted only if it is a peak. This avoids a branch that the
@@ -43,8 +43,8 @@ Peaks find_peaks(const Lags &lags) {
     int count = 0;
     bool rises = false; // lag i is positive and beats the one before
     for (int i = 0; i < kLags - 1; ++i) {
-        const std::int32_t after = later[i] >> later_down[i];
-        const std::int32_t here = earlier[i] >> earlier_down[i];
+        const std::int32_t after = longer[i] >> longer_down[i];
+        const std::int32_t here = shorter[i] >> shorter_down[i];
         peaks.at[count] = i;
         count += static_cast<int>(rises & (here > after));
         rises = (after > here) & (lags.corr[i + 1] > 0);
@@ -81,7 +81,7 @@ struct Saturating {
     static constexpr std::int32_t sub(std::int32_t a, std::int32_t b) { return sub_sat(a, b); }
 };
 
-// The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour (the earlier one
+// The best of a peak and the four points at 1/8 .. 4/8 of a lag towards its better neighbour (the shorter one
 // if neither is better). The correlations lie on the parabola through the peak and its neighbours, the
 // energies on the straight line from the peak to the better neighbour. A point with a negative correlation
 // counts by its magnitude, as normalise() drops the sign.

@@ -7,7 +7,7 @@
 //   1. The period by its multiples, against pitch doubling: if there is a candidate at every multiple of a
 //      shorter one, then the shorter one is the period.
 //        - It is below half of the longest candidate, so at least one multiple can be tested.
-//        - Its strength is over 0.73, or over 0.40 if it is the one near the previous pitch.
+//        - Its strength is over 0.73, or over 0.40 if it is the strongest one near the previous pitch.
 //        - Within 6 % of each multiple, up to the longest candidate, lies a candidate whose strength is over
 //          0.70, 0.55, 0.48, 0.37 for the multiples 2..5 and over 0.30 from the 6th on: over a longer delay a
 //          voice changes more.

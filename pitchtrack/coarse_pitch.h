@@ -45,14 +45,14 @@ struct Candidates {
     std::int32_t longest() const { return at[count - 1].lag; }
 };
 
-// coarse_correlation.cpp: the normalised autocorrelation of 71 decimated samples.
+// coarse_correlation.cpp: the normalised autocorrelation of the newest 30 of 71 decimated samples.
 void correlate(const std::int16_t *dec, Lags &lags);
 
 // coarse_candidates.cpp: the interpolated peaks of the autocorrelation. Without a positive peak it negates
 // the correlations and takes the troughs.
 void find_candidates(Lags &lags, Candidates &candidates);
 
-// coarse_choice.cpp: the lag of the candidate that is the pitch, where prev is the pitch of the frame before.
+// coarse_choice.cpp: the lag of the candidate that is the pitch, where prev is the previous coarse pitch.
 // At least one candidate.
 std::int32_t choose(const Candidates &c, std::int16_t prev);
 

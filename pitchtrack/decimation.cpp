@@ -72,9 +72,9 @@ Filtered filter(const std::int16_t *in) {
     return f;
 }
 
-// The left shift that leaves the samples for the history their headroom, -1..11: 12 - p if the largest
-// magnitude has p bits, and 11 for silence. -32768, which only the state of a direct call can hold, counts as
-// 32767.
+// The left shift that leaves the samples for the history their headroom: 12 - p if the largest magnitude has
+// p bits, and 11 for silence. It is -1..11 for a state that PLC_Decim left, and -3 or more for any other.
+// -32768, which only such a state can hold, counts as 32767.
 int headroom_of(const std::int16_t *out) {
     std::uint16_t bits = 1;
     for (int j = kNew; j < kPaddedOutput; ++j) {
@@ -108,7 +108,7 @@ void PLC_Decim(std::int16_t *in, std::int16_t *out, PitchTrackerState *state) {
     //
     // Let every |v >> drop| of these samples be below 2^p. Then samples from the output are shifted by 12 -
     // p, and those from the stored history, where |v| is below 2^(p + drop), by drop less. Both results are
-    // within ±2^12. So nothing overflows, and no output is beyond 4096.
+    // within ±2^12. So nothing overflows, and no output of a stream is beyond 4096.
     const int headroom = headroom_of(common.at);
     const BlockShift<std::int16_t> restore(headroom - drop);
     for (int j = 0; j < kKept; ++j) state->decim_hist[j] = restore(state->decim_hist[j + kNew]);

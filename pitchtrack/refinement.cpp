@@ -133,8 +133,8 @@ std::int64_t slide_energy(const Task &t, Sums &sums) {
 //
 // By the Cauchy-Schwarz inequality a partial sum of products is at most sqrt(energy of the window · energy of
 // the segment). The shift does not bound the window, so its energy may exceed 32 bits. The energy W of its
-// samples >> 3 does not. As s = 8·(s >> 3) + r, the same inequality bounds the window's energy by 65 times
-// W + kMaxRestEnergy, where 65 is 8² + 1².
+// samples >> 3 does not. As s = 8·(s >> 3) + r, the same inequality bounds the window's energy by
+// 65·(W + kMaxRestEnergy), where 65 is 8² + 1².
 bool is_exact(const Task &t, std::int64_t largest_energy) {
     constexpr std::int64_t kLimit = std::int64_t{INT32_MAX} * INT32_MAX / (8 * 8 + 1);
     return largest_energy <= INT32_MAX &&

@@ -10,8 +10,8 @@ namespace cvsd_qor {
 
 constexpr std::int32_t kMaxPitch = 240;     // samples, at 16000 Hz
 constexpr std::int32_t kPeriods = 3;        // pitch periods in the longest repeated segment
-constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame; rounded
-                                            // down, as 8192 would leave nothing of the fifth
+constexpr std::int32_t kGainPerLoss = 8191; // Q15: a quarter of full scale less for each lost frame, rounded
+                                            // down so that 32767 holds four of them
 constexpr std::int32_t kReconverge16k = 36; // samples
 constexpr std::int32_t kMinFrame = 30;      // samples; the frames of both rates are multiples of it
 
@@ -19,9 +19,10 @@ constexpr std::int32_t kMinFrame = 30;      // samples; the frames of both rates
 constexpr std::int32_t kAudibleFrames = 1 + 32767 / kGainPerLoss;
 static_assert(kAudibleFrames == 5);
 
-constexpr std::size_t kMaxFade = kMaxPitch / 4; // samples: a cross-fade takes a quarter period
+constexpr std::size_t kMaxFade = kMaxPitch / 4; // samples: the cross-fade of a segment takes a quarter period
 constexpr std::size_t kMaxHistory = kPeriods * kMaxPitch + kMaxFade; // samples
-constexpr std::size_t kScratch = 824; // samples, fixed by the layout; the tracker uses most, 180 + 71
+constexpr std::size_t kScratch =
+    824; // samples, fixed by the layout; the largest use is the tracker's, 180 + 71
 
 // The narrowband pitch search is written for these values. The block's fields decim, corr_len and
 // corr_buf_len repeat them as part of the layout: nothing reads these fields.
@@ -44,7 +45,7 @@ struct Block {
     std::int32_t atten_step; // Q15 per sample
     std::int32_t pitch_min;
     std::int32_t pitch_max;
-    std::int32_t ola_max;      // longest cross-fade, and the delay of the output
+    std::int32_t ola_max;      // longest cross-fade of the segment, and the delay of the output
     std::int32_t decim;        // step of the narrowband pitch search: kDecim
     std::int32_t corr_len;     // its correlation window: kCorrLen
     std::int32_t pitch_range;  // its span: pitch_max - pitch_min

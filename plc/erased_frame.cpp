@@ -67,9 +67,9 @@ void widen_segment(Block &b, std::int16_t *frame) {
     const std::int32_t position = b.syn_pos;
     read_segment(b, b.scratch, b.ola_len); // the continuation of the shorter segment
 
-    // The longer segment is read within its first period, which this loss has not repeated yet, at the phase
-    // that is due. A position equal to pitch is not reduced: it has the same phase at the start of the
-    // second.
+    // The longer segment is read from a position in its first period, which this loss has not repeated yet,
+    // at the phase that is due. A position equal to pitch is not reduced: it has the same phase, at the start
+    // of the second period.
     b.syn_pos = position;
     while (b.syn_pos > b.pitch) b.syn_pos -= b.pitch;
     b.syn_len += b.pitch;

@@ -24,8 +24,8 @@ inline void track_pitch(Block &b) {
     if constexpr (kWideband) PLC_PitchTracker(&b.tracker, b.history + b.history_len - b.frame_len);
 }
 
-// The pitch at 8000 Hz, when a loss begins: the period, pitch_min..pitch_max, at which pitch_buf correlates
-// best with its end. (narrowband_pitch.cpp)
+// The pitch at 8000 Hz, when a loss begins: of every second period in pitch_min..pitch_max the one at which
+// pitch_buf correlates best with its end, or a neighbour that is better. (narrowband_pitch.cpp)
 std::int32_t find_pitch(const Block &b);
 
 // Cross-fades n samples from left to right. output may be either of them.
