@@ -45,7 +45,7 @@ PLAIN = '''
         page.wasm = plain;
         page.instance = (await WebAssembly.instantiate(plain)).instance;
         page.instance.exports._initialize();
-        page.formats = undefined;
+        page.formats = null;
         await render();
         done('');
     });

@@ -26,8 +26,8 @@ std::int16_t to_sample(float x) {
     return static_cast<std::int16_t>(std::lrint(std::clamp(x, -32768.0F, 32767.0F)));
 }
 
-// A windowed sinc of kSize taps at 64000 Hz that passes speech up to the cutoff, with a gain of kGain. The
-// peak lies `early` samples before the middle.
+// A windowed sinc of kSize taps at 64000 Hz: a low-pass filter with this cutoff and gain. Its peak lies
+// `early` taps before the middle.
 template <std::size_t kSize>
 std::array<float, kSize> low_pass(double cutoff_hz, double gain, double early) {
     std::array<float, kSize> taps{};
@@ -102,9 +102,11 @@ private:
     std::array<std::int16_t, kDown + kPacket * kRatio> received_{};
 };
 
-// A signal that is to come later: the frame that entered `delay` samples ago.
+// Delays a signal: a frame goes in, and the samples that entered `delay` samples before come out.
 class Delay {
 public:
+    static constexpr std::size_t kMost = 64;
+
     explicit Delay(std::size_t delay) : delay_(delay) {}
     void pass(const Frame &in, std::size_t n, Frame &out) {
         std::copy_n(in.begin(), n, line_.begin() + delay_);
@@ -113,7 +115,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMost = 64;
     std::size_t delay_;
     std::array<std::int16_t, kMost + kMaxFrame> line_{};
 };
@@ -157,7 +158,9 @@ struct Link {
     }
 
 private:
-    std::size_t delay_of_codec() const { return codec_ ? Codec::kSenderDelay + Codec::kReceiverDelay : 0; }
+    static constexpr std::size_t kCodecDelay = Codec::kSenderDelay + Codec::kReceiverDelay;
+    static_assert(kCodecDelay + 30 <= Delay::kMost && 60 <= Delay::kMost);
+    std::size_t delay_of_codec() const { return codec_ ? kCodecDelay : 0; }
     std::size_t delay_of_concealment() const { return codec_ ? 30 : 60; }
     void look(bool lost) {
         const cvsd_qor::Block &b = cvsd_qor::unwrap(&block_);

@@ -8,7 +8,6 @@ class Link {
   constructor(instance, rate) {
     this.wasm = instance.exports;
     this.address = this.wasm.link_new(rate);
-    this.rate = rate;
     this.frame = this.wasm.link_frame(this.address);  // samples
     this.delay = this.wasm.link_delay(this.address);  // of all that is heard, samples
     this.ahead = this.wasm.link_ahead(this.address);  // frames by which the speech enters before its state is known

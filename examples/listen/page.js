@@ -32,6 +32,8 @@ const page = {
   playing: false,
   audio: null,    // context and player; while the microphone is on, its stream and its input to the player
   asking: false,  // for the microphone
+  writing: null,  // timer of the address
+  formats: null,  // what is constant of a link, by rate
 };
 
 // ---- Settings, and the address that holds them
